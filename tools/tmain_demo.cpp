@@ -1,0 +1,2 @@
+#include <tmain/tmain.h>
+int main() { return 0; }
