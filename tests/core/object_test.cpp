@@ -1,0 +1,191 @@
+// Object model: cloning of shared graphs, cloning options, names, factory.
+#include <string>
+#include <vector>
+#include <gtest/gtest.h>
+#include <tmain/core/NamedObject.h>
+#include <tmain/core/ObjectFactory.h>
+#include <tmain/foundation/Exception.h>
+#include <tmain/foundation/SmartPtr.h>
+
+using tarso::core::CloningOptions;
+using tarso::core::NamedObject;
+using tarso::core::Object;
+
+namespace {
+
+// A node with two children that may be shared; clones each child once.
+class Node : public NamedObject {
+    TMAIN_TYPE()
+public:
+    explicit Node(const char* name = "") : NamedObject(name) {}
+    core::SmartPtr<Node> left, right;
+    Node* buddy = nullptr; // a non-owning reference fixed up by a post processor
+
+    using Object::clone;
+    Object* clone(CloningOptions& options) const override {
+        Node* copy = new Node();
+        _clone(copy, options);
+        return copy;
+    }
+
+protected:
+    void _clone(Object* target, CloningOptions& options) const override {
+        Node* t = static_cast<Node*>(target);
+        NamedObject::_clone(target, options); // record the pair first: cycles resolve
+        t->left = cloneChild(left.get(), options);
+        t->right = cloneChild(right.get(), options);
+        if (buddy)
+            options.addPostProcessor(new FixBuddy(this, t));
+    }
+
+private:
+    static Node* cloneChild(Node* child, CloningOptions& options) {
+        if (!child)
+            return nullptr;
+        if (Object* done = options.getCloned(child))
+            return static_cast<Node*>(done);
+        return static_cast<Node*>(child->clone(options));
+    }
+    struct FixBuddy : CloningOptions::PostProcessor {
+        const Node* source;
+        Node* copy;
+        FixBuddy(const Node* s, Node* c) : source(s), copy(c) {}
+        void process(CloningOptions& options) override {
+            copy->buddy = static_cast<Node*>(options.getCloned(source->buddy));
+        }
+    };
+};
+const core::Type Node::TYPE("test::Node", &NamedObject::TYPE);
+
+TEST(Cloning, SharedChildrenAndCyclesAreClonedOnce) {
+    core::SmartPtr<Node> root(new Node("root"));
+    core::SmartPtr<Node> shared(new Node("shared"));
+    root->left = new Node("a");
+    root->right = new Node("b");
+    root->left->left = shared;
+    root->right->right = shared;
+    shared->left = root;         // a cycle back to the root
+    root->right->buddy = root->left.get(); // resolved after the whole graph is cloned
+
+    core::SmartPtr<Node> copy(static_cast<Node*>(root->clone()));
+    ASSERT_TRUE(copy);
+    EXPECT_NE(root.get(), copy.get());
+    EXPECT_STREQ("root", copy->getName());
+    EXPECT_STREQ("shared", copy->left->left->getName());
+    EXPECT_EQ(copy->left->left.get(), copy->right->right.get()); // one copy, shared
+    EXPECT_NE(shared.get(), copy->left->left.get());
+    EXPECT_EQ(copy.get(), copy->left->left->left.get()); // the cycle points at the copy
+    EXPECT_EQ(copy->left.get(), copy->right->buddy);    // fixed by the post processor
+    // Break the cycles so the counts can reach zero.
+    shared->left = nullptr;
+    copy->left->left->left = nullptr;
+}
+
+TEST(Cloning, UnsupportedCloneMessageAndToString) {
+    Object plain;
+    try {
+        plain.clone();
+        FAIL();
+    } catch (const core::Exception& e) {
+        EXPECT_STREQ("Unsupported cloning operation for tarso::core::Object instance ", e.getMessage());
+    }
+    NamedObject n("hello");
+    std::string s = n.toString();
+    EXPECT_EQ(0u, s.find("tarso::core::NamedObject@[0x"));
+    EXPECT_NE(std::string::npos, s.find("]<name='hello'>"));
+    EXPECT_EQ(s.size() - strlen("<name='hello'>"), s.find("<name='hello'>"));
+}
+
+struct Opt : CloningOptions::Option {
+    static int deleted;
+    int tag;
+    Opt(bool owned, int t) : Option(owned), tag(t) {}
+    ~Opt() override { ++deleted; }
+};
+int Opt::deleted = 0;
+
+TEST(CloningOptions, OwnershipSearchAndRemoval) {
+    Opt::deleted = 0;
+    Opt notOwned(false, 9);
+    {
+        CloningOptions o;
+        EXPECT_EQ(nullptr, o.put(&NamedObject::TYPE, new Opt(true, 1)));
+        // Replacing an owned option deletes it.
+        EXPECT_EQ(nullptr, o.put(&NamedObject::TYPE, new Opt(true, 2)));
+        EXPECT_EQ(1, Opt::deleted);
+        // get with and without the parents.
+        EXPECT_EQ(nullptr, o.get(&Node::TYPE, false));
+        auto* found = static_cast<Opt*>(o.get(&Node::TYPE, true));
+        ASSERT_NE(nullptr, found);
+        EXPECT_EQ(2, found->tag);
+        EXPECT_FALSE(o.containsKey(&Node::TYPE));
+        // An option that is not owned is handed back when replaced...
+        o.put(&Object::TYPE, &notOwned);
+        EXPECT_EQ(&notOwned, o.put(&Object::TYPE, new Opt(true, 3)));
+        EXPECT_EQ(1, Opt::deleted);
+        o.put(&Object::TYPE, &notOwned); // owned 3 deleted
+        EXPECT_EQ(2, Opt::deleted);
+        // ...and left in place by remove.
+        o.remove(&Node::TYPE, true);
+        EXPECT_FALSE(o.containsKey(&NamedObject::TYPE));
+        EXPECT_TRUE(o.containsKey(&Object::TYPE));
+        EXPECT_EQ(3, Opt::deleted);
+        o.put(&NamedObject::TYPE, new Opt(true, 4));
+    }
+    EXPECT_EQ(4, Opt::deleted); // destruction deletes the owned one only
+    EXPECT_EQ(9, notOwned.tag);
+
+    static const core::Type a("test::A"), b("test::B");
+    static const core::Type twoParents("test::AB", &a, &b);
+    CloningOptions o;
+    try {
+        o.get(&twoParents, true);
+        FAIL();
+    } catch (const std::string& s) {
+        EXPECT_NE(std::string::npos, s.find("test::AB"));
+        EXPECT_NE(std::string::npos, s.find("has multiple inheritance"));
+    }
+}
+
+TEST(CloningOptions, PostProcessorsRunBeforePairsAreCleared) {
+    struct Probe : CloningOptions::PostProcessor {
+        Object** seen;
+        const Object* key;
+        Probe(Object** s, const Object* k) : seen(s), key(k) {}
+        void process(CloningOptions& o) override { *seen = o.getCloned(key); }
+    };
+    Object src, dst;
+    Object* seen = nullptr;
+    {
+        CloningOptions o;
+        o.addCloningPair(&src, &dst);
+        o.addPostProcessor(new Probe(&seen, &src));
+        auto* removed = new Probe(&seen, nullptr);
+        o.addPostProcessor(removed);
+        o.removePostProcessor(removed);
+        EXPECT_EQ(&dst, o.getCloned(&src));
+        o.removeCloningPair(&src);
+        EXPECT_EQ(nullptr, o.getCloned(&src));
+        o.addCloningPair(&src, &dst);
+    }
+    EXPECT_EQ(&dst, seen);
+}
+
+TEST(ObjectFactory, CreatesRegisteredClassesByName) {
+    tarso::core::ObjectFactory<Object> factory;
+    core::SmartPtr<Object> n(factory.create("tarso::core::NamedObject"));
+    ASSERT_TRUE(n);
+    EXPECT_EQ(&NamedObject::TYPE, &n->getType());
+    EXPECT_EQ(nullptr, factory.create("no::Such"));
+    EXPECT_EQ(nullptr, factory.create("test::Node")); // reflected but not registered
+    EXPECT_EQ(nullptr, factory.create("core::Exception")); // not an Object
+    tarso::core::ObjectRegistry::registerCreatable(Node::TYPE, [] () -> Object* { return new Node("made"); });
+    core::SmartPtr<Object> made(factory.create("test::Node"));
+    ASSERT_TRUE(made);
+    EXPECT_STREQ("made", static_cast<Node*>(made.get())->getName());
+    tarso::core::ObjectRegistry::unregisterCreatable(Node::TYPE);
+    tarso::core::ObjectFactory<NamedObject> named;
+    EXPECT_EQ(nullptr, named.create("tarso::core::Object")); // not a NamedObject
+}
+
+} // namespace

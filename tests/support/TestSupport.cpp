@@ -1,0 +1,104 @@
+#include "TestSupport.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace tmaintest {
+
+TempDir::TempDir() {
+    const char* base = getenv("TMPDIR");
+    std::string tmpl = std::string(base && *base ? base : "/tmp") + "/tmain-test-XXXXXX";
+    std::vector<char> buf(tmpl.begin(), tmpl.end());
+    buf.push_back(0);
+    if (!mkdtemp(buf.data()))
+        throw std::runtime_error("mkdtemp failed");
+    mPath = buf.data();
+}
+
+TempDir::~TempDir() { run("rm -rf '" + mPath + "'"); }
+
+LogCapture::LogCapture() : logging::Appender(nullptr), mAttached(false) {}
+LogCapture::~LogCapture() {}
+
+void LogCapture::detach() { logging::Logger::getRootLogger().removeAppender(this); }
+
+void LogCapture::append(const logging::LogEvent& event, const std::string&) {
+    std::lock_guard<std::mutex> g(mMutex);
+    mEvents.emplace_back(event.level, event.message);
+}
+
+std::vector<std::string> LogCapture::messages(logging::Level atLeast) const {
+    std::lock_guard<std::mutex> g(mMutex);
+    std::vector<std::string> out;
+    for (auto& e : mEvents)
+        if (e.first >= atLeast)
+            out.push_back(e.second);
+    return out;
+}
+
+bool LogCapture::contains(const std::string& text, logging::Level atLeast) const {
+    for (auto& m : messages(atLeast))
+        if (m.find(text) != std::string::npos)
+            return true;
+    return false;
+}
+
+void LogCapture::clear() {
+    std::lock_guard<std::mutex> g(mMutex);
+    mEvents.clear();
+}
+
+ScopedLogCapture::ScopedLogCapture() : mCapture(new LogCapture()) {
+    logging::Logger::getRootLogger().addAppender(mCapture.get());
+}
+
+ScopedLogCapture::~ScopedLogCapture() { mCapture->detach(); }
+
+bool haveTool(const char* name) { return run(std::string("command -v ") + name + " >/dev/null 2>&1") == 0; }
+
+bool underCI() {
+    const char* ci = getenv("CI");
+    return ci && std::string(ci) == "true";
+}
+
+int run(const std::string& command, std::string* output) {
+    FILE* p = popen(command.c_str(), "r");
+    if (!p)
+        return -1;
+    std::string out;
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof(buf), p)) > 0)
+        out.append(buf, n);
+    int status = pclose(p);
+    if (output)
+        *output = out;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string readFile(const std::string& path) {
+    std::ifstream f(path, std::ios::binary);
+    std::ostringstream s;
+    s << f.rdbuf();
+    return s.str();
+}
+
+void writeFile(const std::string& path, const std::string& data) {
+    std::ofstream f(path, std::ios::binary | std::ios::trunc);
+    f.write(data.data(), (std::streamsize)data.size());
+}
+
+std::string randomBytes(size_t n, unsigned seed) {
+    std::mt19937 rng(seed);
+    std::string s(n, '\0');
+    for (size_t i = 0; i < n; ++i)
+        s[i] = (char)(rng() & 0xFF);
+    return s;
+}
+
+} // namespace tmaintest

@@ -1,0 +1,77 @@
+#pragma once
+// Fixtures shared by the test suites: temporary directories, log capture and
+// external tools used as peers.
+#include <string>
+#include <vector>
+#include <gtest/gtest.h>
+#include <tmain/foundation/Logger.h>
+
+namespace tmaintest {
+
+/// A fresh directory under the system's temporary folder, removed with its
+/// contents on destruction.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    const std::string& path() const { return mPath; }
+    std::string file(const std::string& name) const { return mPath + "/" + name; }
+
+private:
+    std::string mPath;
+};
+
+/// Collects every event of the root logger while alive.
+class LogCapture : public logging::Appender {
+public:
+    LogCapture();
+    ~LogCapture() override;
+    /// Keeps the capture registered until detach() (for objects used across scopes).
+    void detach();
+    std::vector<std::string> messages(logging::Level atLeast = logging::LEVEL_DEBUG) const;
+    bool contains(const std::string& text, logging::Level atLeast = logging::LEVEL_DEBUG) const;
+    void clear();
+
+protected:
+    void append(const logging::LogEvent& event, const std::string& formatted) override;
+
+private:
+    mutable std::mutex mMutex;
+    std::vector<std::pair<logging::Level, std::string>> mEvents;
+    bool mAttached;
+};
+
+/// RAII registration of a LogCapture on the root logger.
+class ScopedLogCapture {
+public:
+    ScopedLogCapture();
+    ~ScopedLogCapture();
+    LogCapture& operator*() { return *mCapture; }
+    LogCapture* operator->() { return mCapture.get(); }
+
+private:
+    core::SmartPtr<LogCapture> mCapture;
+};
+
+/// True when the tool is on PATH. Under CI=true a missing tool fails the
+/// calling test; elsewhere the caller skips.
+bool haveTool(const char* name);
+#define TMAIN_REQUIRE_TOOL(name)                                                                             \
+    do {                                                                                                     \
+        if (!::tmaintest::haveTool(name)) {                                                                  \
+            if (::tmaintest::underCI())                                                                      \
+                FAIL() << "required tool missing under CI: " << name;                                        \
+            GTEST_SKIP() << "tool not installed: " << name;                                                  \
+        }                                                                                                    \
+    } while (0)
+bool underCI();
+
+/// Runs a shell command; returns its exit status and fills `output` with stdout.
+int run(const std::string& command, std::string* output = nullptr);
+
+std::string readFile(const std::string& path);
+void writeFile(const std::string& path, const std::string& data);
+/// Deterministic pseudo-random bytes.
+std::string randomBytes(size_t n, unsigned seed);
+
+} // namespace tmaintest
