@@ -5,10 +5,10 @@
 
 namespace tarso {
 namespace math {
-struct Vector2;
-struct Vector3;
-struct Vector4;
-struct Quaternion;
+class Vector2;
+class Vector3;
+class Vector4;
+class Quaternion;
 struct Matrix3;
 struct Matrix4;
 struct Bound;
