@@ -1,0 +1,202 @@
+#include <gtest/gtest.h>
+#include <memory>
+#include <random>
+#include <tmain/foundation/Exception.h>
+#include <tmain/foundation/StringTokenizer.h>
+#include <tmain/foundation/StringUtil.h>
+#include <tmain/foundation/URLEncode.h>
+#include <tmain/foundation/Unicode.h>
+
+using text::StringUtil;
+
+TEST(StringUtilTest, CompareContainsDuplicate) {
+    EXPECT_EQ(0, StringUtil::compareIgnoreCase("Content-Length", "content-LENGTH"));
+    EXPECT_LT(StringUtil::compareIgnoreCase("abc", "ABD"), 0);
+    EXPECT_GT(StringUtil::compareIgnoreCase("abcd", "ABC"), 0);
+    EXPECT_GT(StringUtil::compareIgnoreCase("Z", "["), 0);        // folds to lower case, as strcasecmp
+    EXPECT_GT(StringUtil::compareIgnoreCase("\xC3\xA9", "e"), 0); // bytes above 0x7F compare unsigned
+    EXPECT_LT(StringUtil::compareIgnoreCase(nullptr, ""), 0);
+    EXPECT_EQ(0, StringUtil::compareIgnoreCase(nullptr, nullptr));
+
+    const char* hay = "GET /Index.HTML HTTP/1.1";
+    EXPECT_EQ(hay + 5, StringUtil::containsIgnoreCase(hay, "index.html"));
+    EXPECT_EQ(hay + 16, StringUtil::containsIgnoreCase(hay, "http/"));
+    EXPECT_EQ(hay, StringUtil::containsIgnoreCase(hay, ""));
+    EXPECT_EQ(nullptr, StringUtil::containsIgnoreCase(hay, "1.1x"));
+    EXPECT_EQ(nullptr, StringUtil::containsIgnoreCase("aaa", "aaaa"));
+    EXPECT_EQ(nullptr, StringUtil::containsIgnoreCase(nullptr, "a"));
+    const char* rep = "aaAab";
+    EXPECT_EQ(rep + 2, StringUtil::containsIgnoreCase(rep, "AAB")); // restarts after a partial match
+
+    std::unique_ptr<char[]> copy(StringUtil::duplicate(hay));
+    ASSERT_NE(hay, copy.get());
+    EXPECT_STREQ(hay, copy.get());
+    EXPECT_EQ(nullptr, StringUtil::duplicate(nullptr));
+}
+
+TEST(StringUtilTest, SplitAndTokenizerAgree) {
+    std::vector<std::string> out{"kept"};
+    EXPECT_EQ(3u, StringUtil::split(",a;;b, c,", ",; ", out));
+    EXPECT_EQ((std::vector<std::string>{"kept", "a", "b", "c"}), out);
+    out.clear();
+    EXPECT_EQ(6u, StringUtil::split(",a;;b,c,", ",;", out, true));
+    EXPECT_EQ((std::vector<std::string>{"", "a", "", "b", "c", ""}), out);
+    out.clear();
+    EXPECT_EQ(0u, StringUtil::split("", ",", out, true));
+    EXPECT_EQ(0u, StringUtil::split(nullptr, ",", out, true));
+    EXPECT_EQ(1u, StringUtil::split("a,b", nullptr, out));
+    EXPECT_EQ("a,b", out.back());
+
+    // The tokenizer must give the same tokens as split for one delimiter.
+    for (const char* s : {"a,b,c", ",,a,,b,", ",", "abc", "", ",x"}) {
+        for (bool empty : {false, true}) {
+            std::vector<std::string> expected, got;
+            StringUtil::split(s, ",", expected, empty);
+            std::string copy = s;
+            text::StringTokenizer tok(copy.c_str(), ',', empty);
+            copy.assign(copy.size(), ','); // the tokenizer holds its own copy
+            while (tok.hasMoreTokens()) {
+                unsigned left = tok.countTokens();
+                got.push_back(tok.nextToken());
+                EXPECT_EQ(left - 1, tok.countTokens());
+            }
+            EXPECT_EQ(expected, got) << "'" << s << "' returnEmpty=" << empty;
+            EXPECT_EQ(0u, tok.countTokens());
+            try {
+                tok.nextToken();
+                ADD_FAILURE() << "nextToken past the end did not throw";
+            } catch (const core::IllegalStateException& e) {
+                EXPECT_STREQ("StringTokenizer::nextToken: no more tokens", e.getMessage());
+            }
+        }
+    }
+}
+
+namespace {
+
+std::wstring wide(std::initializer_list<uint32_t> units) {
+    std::wstring s;
+    for (uint32_t u : units)
+        s += (wchar_t)u;
+    return s;
+}
+
+std::string utf8(const std::wstring& s) {
+    std::string out;
+    unsigned n = text::toUTF8(s.data(), (unsigned)s.size(), out, false);
+    EXPECT_EQ(n, out.size());
+    return out;
+}
+
+std::wstring unicode(const char* s) {
+    std::wstring out;
+    unsigned n = text::toUnicode(s, out, false);
+    EXPECT_EQ(n, out.size());
+    return out;
+}
+
+const char* const FFFD = "\xEF\xBF\xBD";
+
+} // namespace
+
+TEST(UnicodeTest, EncodesAllWidthsAndSurrogates) {
+    const char* bytes = "A\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF";
+    const std::wstring native = sizeof(wchar_t) == 2
+                                    ? wide({'A', 0xE9, 0x20AC, 0xD83D, 0xDE00, 0xDBFF, 0xDFFF})
+                                    : wide({'A', 0xE9, 0x20AC, 0x1F600, 0x10FFFF});
+    EXPECT_EQ(bytes, utf8(native));
+    EXPECT_EQ(native, unicode(bytes));
+    // UTF-16 pairs held in any wchar_t width decode to one code point.
+    EXPECT_EQ("\xF0\x9F\x98\x80", utf8(wide({0xD83D, 0xDE00})));
+    // Lone and reversed surrogates, a high surrogate cut off by the length.
+    EXPECT_EQ(std::string(FFFD) + "a" + FFFD, utf8(wide({0xD800, 'a', 0xDC00})));
+    EXPECT_EQ(std::string(FFFD) + FFFD, utf8(wide({0xDE00, 0xD83D})));
+    std::string out;
+    const wchar_t pair[] = {(wchar_t)0xD83D, (wchar_t)0xDE00, 0};
+    EXPECT_EQ(3u, text::toUTF8(pair, 1, out, false));
+    EXPECT_EQ(FFFD, out);
+    if (sizeof(wchar_t) == 4) {
+        EXPECT_EQ(std::string(FFFD) + FFFD, utf8(wide({0x110000, 0xFFFFFFFF})));
+    }
+    // Embedded nulls count with an explicit length; append keeps the prefix.
+    out = "x";
+    EXPECT_EQ(3u, text::toUTF8(wide({'a', 0, 'b'}).c_str(), 3, out, true));
+    EXPECT_EQ(std::string("xa\0b", 4), out);
+    EXPECT_EQ(2u, text::toUTF8(L"\u00e9", out, false));
+    EXPECT_EQ("\xC3\xA9", out);
+    EXPECT_EQ(0u, text::toUTF8(nullptr, out, false));
+    EXPECT_EQ("", out);
+    std::wstring w = L"x";
+    EXPECT_EQ(2u, text::toUnicode("ab", w, true));
+    EXPECT_EQ(L"xab", w);
+}
+
+TEST(UnicodeTest, MalformedUTF8BecomesReplacement) {
+    const std::wstring R(1, (wchar_t)0xFFFD);
+    EXPECT_EQ(R + R, unicode("\xC0\xAF"));                 // overlong '/'
+    EXPECT_EQ(R + R + R, unicode("\xE0\x80\xAF"));         // overlong 3-byte
+    EXPECT_EQ(R + R + R, unicode("\xED\xA0\x80"));         // encoded surrogate
+    EXPECT_EQ(R + R + R + R, unicode("\xF4\x90\x80\x80")); // above U+10FFFF
+    EXPECT_EQ(R + L"A" + R, unicode("\xE2\x82\x41\xF5"));  // truncated, then invalid lead
+    EXPECT_EQ(R + R + L"b", unicode("\x80\xBF\x62"));      // stray continuation bytes
+    EXPECT_EQ(L"", unicode(nullptr));
+    // A sequence cut short by the terminator must not read beyond it (ASan).
+    for (const char* tail : {"\xF0\x9F\x98", "\xF0\x9F", "\xE2", "\xDF"}) {
+        size_t n = strlen(tail) + 1;
+        std::unique_ptr<char[]> exact(new char[n]);
+        memcpy(exact.get(), tail, n);
+        EXPECT_EQ(R, unicode(exact.get())) << tail;
+    }
+    // Any byte soup decodes to something that survives a round trip unchanged.
+    std::mt19937 rng(7);
+    for (int i = 0; i < 2000; ++i) {
+        std::string soup(rng() % 24, ' ');
+        for (char& c : soup)
+            c = (char)(1 + rng() % 255);
+        std::string once = utf8(unicode(soup.c_str()));
+        EXPECT_EQ(once, utf8(unicode(once.c_str())));
+    }
+}
+
+TEST(UnicodeTest, EveryCodePointRoundTrips) {
+    std::wstring all;
+    size_t bytes = 0;
+    for (uint32_t c = 1; c <= 0x10FFFF; ++c) {
+        if (c >= 0xD800 && c <= 0xDFFF)
+            continue;
+        bytes += c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
+        if (sizeof(wchar_t) == 2 && c >= 0x10000) {
+            all += (wchar_t)(0xD800 + ((c - 0x10000) >> 10));
+            all += (wchar_t)(0xDC00 + ((c - 0x10000) & 0x3FF));
+        } else {
+            all += (wchar_t)c;
+        }
+    }
+    std::string encoded;
+    EXPECT_EQ(bytes, text::toUTF8(all.c_str(), encoded, false));
+    std::wstring back;
+    EXPECT_EQ(all.size(), text::toUnicode(encoded.c_str(), back, false));
+    EXPECT_TRUE(all == back);
+}
+
+TEST(URLEncodeTest, EncodeDecode) {
+    std::string out;
+    text::encodeURL("a b/c?d=e&f~g-h_i.j+\xC3\xA9%", out);
+    EXPECT_EQ("a%20b%2Fc%3Fd%3De%26f~g-h_i.j%2B%C3%A9%25", out);
+    std::string all;
+    for (int c = 1; c < 256; ++c)
+        all += (char)c;
+    text::encodeURL(all.c_str(), out);
+    for (char c : out)
+        EXPECT_TRUE(isalnum((unsigned char)c) || strchr("-_.~%", c)) << c;
+    std::string back = "junk";
+    EXPECT_TRUE(text::decodeURL(out.c_str(), back));
+    EXPECT_EQ(all, back);
+    EXPECT_TRUE(text::decodeURL("%41%2f%2F+%00x", back));
+    EXPECT_EQ(std::string("A//+\0x", 6), back);
+    for (const char* bad : {"%", "abc%", "%4", "%4g", "%g4", "a%%41"}) {
+        back = "junk";
+        EXPECT_FALSE(text::decodeURL(bad, back)) << bad;
+        EXPECT_EQ("", back);
+    }
+}
