@@ -1,0 +1,314 @@
+// FileOperations on a real temporary directory, with std::filesystem, stat(2)
+// and the coreutils `stat`/`truncate` as independent witnesses.
+#include "../support/TestSupport.h"
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <set>
+#include <string>
+#include <sys/stat.h>
+#include <thread>
+#include <tmain/platform/FileOperations.h>
+#include <tmain/platform/detail/FileSystemNative.h>
+#include <unistd.h>
+#include <vector>
+
+using tarso::platform::FileOperations;
+namespace fs = std::filesystem;
+
+namespace {
+
+std::set<std::string> listing(const std::string& dir, const char* pattern) {
+    std::set<std::string> out;
+    FileOperations::iterateContents(dir.c_str(), pattern, &out, [](const char* name, void* user) {
+        static_cast<std::set<std::string>*>(user)->insert(name);
+    });
+    return out;
+}
+
+__int64 statMTime(const std::string& path) {
+    struct stat st;
+    return ::stat(path.c_str(), &st) == 0 ? (__int64)st.st_mtime : -99;
+}
+
+TEST(FileOperationsPaths, SplittingAppendingAndMatching) {
+    EXPECT_STREQ(".old/file", FileOperations::getExtension("dir.old/file"));
+    EXPECT_STREQ(".gz", FileOperations::getExtension("a/b.tar.gz"));
+    const char* plain = "a";
+    EXPECT_EQ(plain + 1, FileOperations::getExtension(plain));
+    EXPECT_EQ(plain, FileOperations::getFile(plain));
+    EXPECT_STREQ("c", FileOperations::getFile("a\\b/c"));
+    EXPECT_STREQ("b\\c", FileOperations::getFile("a/b\\c")); // '/' wins over a later '\'
+    EXPECT_STREQ("c", FileOperations::getFile("a\\b\\c"));
+    std::string folder = "stale";
+    EXPECT_STREQ("a", FileOperations::getFolder("a/b\\c", folder));
+    EXPECT_STREQ("a\\b", FileOperations::getFolder("a\\b\\c", folder));
+    EXPECT_STREQ("", FileOperations::getFolder("c", folder));
+
+    struct Case {
+        const char* base;
+        const char* part;
+        const char* want;
+    } cases[] = {{"a/", "/b", "a/b"}, {"", "b", "b"},       {"a", "b", "a/b"},    {"a\\", "b", "a\\b"},
+                 {"a", "\\b", "a/b"}, {"a", "//b", "a//b"}, {"a", nullptr, "a/"}, {"", "/b", "b"}};
+    for (const Case& c : cases) {
+        std::string s = c.base, out = "junk";
+        EXPECT_EQ(c.want, std::string(FileOperations::appendPath(s, c.part))) << c.base << " + " << c.part;
+        EXPECT_STREQ(c.want, FileOperations::appendPath(std::string(c.base), c.part, out));
+        EXPECT_EQ(c.want, out);
+    }
+    std::string self = "x";
+    EXPECT_STREQ("x/y", FileOperations::appendPath(self, "y", self));
+
+    const char* matches[][2] = {{"*.txt", "x.txt"},   {"*", ""},      {"", ""},
+                                {"a*b*c", "abxxbxc"}, {"**?**", "z"}, {"*a?c*", "xxabacxabcc"}};
+    const char* misses[][2] = {{"a?", "a"}, {"", "a"}, {"a*b*c", "abxxbxcd"}, {"*.TXT", "x.txt"}, {"?", ""}};
+    for (auto& m : matches)
+        EXPECT_TRUE(FileOperations::match(m[0], m[1])) << m[0] << " ~ " << m[1];
+    for (auto& m : misses)
+        EXPECT_FALSE(FileOperations::match(m[0], m[1])) << m[0] << " ~ " << m[1];
+    // Would take ~10^12 steps with naive backtracking.
+    EXPECT_FALSE(FileOperations::match("*a*a*a*a*a*a*a*a*a*a*a*a*b", std::string(60, 'a').c_str()));
+    EXPECT_TRUE(FileOperations::match("*a*a*a*a*a*a*a*a*a*a*a*a*b", (std::string(60, 'a') + "b").c_str()));
+
+    // The Win32 seam's time conversion: the epoch and 2000-01-01.
+    using namespace tarso::platform::detail;
+    EXPECT_EQ(0, fileTimeToUnix(116444736000000000ULL));
+    EXPECT_EQ(946684800, fileTimeToUnix(125911584009999999ULL));
+    EXPECT_EQ(125911584000000000ULL, unixToFileTime(946684800));
+    EXPECT_EQ(-1, fileTimeToUnix(unixToFileTime(-1)));
+}
+
+TEST(FileOperationsPaths, NullAndEmptyArgumentsFailCalmly) {
+    std::string s;
+    EXPECT_EQ("", std::string(FileOperations::getExtension(nullptr)) + FileOperations::getFile(nullptr) +
+                      FileOperations::getFolder(nullptr, s));
+    EXPECT_FALSE(FileOperations::exists(nullptr) || FileOperations::exists(""));
+    EXPECT_FALSE(FileOperations::isDirectory(nullptr) || FileOperations::isDirectoryEmpty(nullptr));
+    EXPECT_FALSE(FileOperations::ensurePath(nullptr) || FileOperations::ensurePath(""));
+    EXPECT_FALSE(FileOperations::remove(nullptr, 1) || FileOperations::remove("", 1));
+    EXPECT_FALSE(FileOperations::rename(nullptr, "x") || FileOperations::rename("x", nullptr));
+    EXPECT_EQ(0, FileOperations::getSize(nullptr) + FileOperations::getLastModTime(nullptr) +
+                     FileOperations::getCreationTime(nullptr));
+    EXPECT_FALSE(FileOperations::touch(nullptr) || FileOperations::setLastModTime(nullptr, 1));
+    EXPECT_FALSE(FileOperations::match(nullptr, "") || FileOperations::match("", nullptr));
+    EXPECT_FALSE(FileOperations::setTemporaryPath(nullptr));
+    FileOperations::iterateContents(nullptr, "*", nullptr, [](const char*, void*) { FAIL(); });
+    FileOperations::iterateContents("/", "*", nullptr, nullptr);
+}
+
+TEST(FileOperationsFiles, ExistsEnsurePathAndRemove) {
+    tmaintest::TempDir tmp;
+    const std::string t = tmp.path();
+    tmaintest::writeFile(t + "/file", "x");
+    ASSERT_EQ(0, mkfifo((t + "/fifo").c_str(), 0600));
+    fs::create_symlink(t + "/file", t + "/link");
+    fs::create_symlink(t + "/nowhere", t + "/dangling");
+    for (const char* name : {"/file", "", "/link"})
+        EXPECT_TRUE(FileOperations::exists((t + name).c_str())) << name;
+    for (const char* name : {"/dangling", "/fifo", "/missing"})
+        EXPECT_FALSE(FileOperations::exists((t + name).c_str())) << name;
+    EXPECT_FALSE(FileOperations::isDirectory((t + "/file").c_str()));
+    EXPECT_FALSE(FileOperations::isDirectoryEmpty(t.c_str()));
+    EXPECT_FALSE(FileOperations::isDirectoryEmpty((t + "/file").c_str()));
+
+    EXPECT_TRUE(FileOperations::ensurePath((t + "/x/y/z.txt").c_str()));
+    EXPECT_TRUE(FileOperations::isDirectoryEmpty((t + "/x/y").c_str())); // z.txt not created
+    EXPECT_TRUE(FileOperations::ensurePath((t + "/p/q/").c_str()));
+    EXPECT_TRUE(fs::is_directory(t + "/p/q"));
+    char cwd[4096];
+    ASSERT_TRUE(getcwd(cwd, sizeof(cwd)));
+    ASSERT_EQ(0, chdir(t.c_str()));
+    bool relative = FileOperations::ensurePath("r/./s/../t/u.txt");
+    ASSERT_EQ(0, chdir(cwd));
+    EXPECT_TRUE(relative);
+    EXPECT_TRUE(fs::is_directory(t + "/r/t"));
+    EXPECT_FALSE(fs::exists(t + "/r/s"));
+    EXPECT_FALSE(FileOperations::ensurePath((t + "/file/g/h.txt").c_str())); // a file is in the way
+    std::string longPath = t + "/" + std::string(FileOperations::FULL_PATH_SIZE, 'a') + "/b.txt";
+    EXPECT_FALSE(FileOperations::ensurePath(longPath.c_str()));
+    std::vector<std::thread> threads;
+    std::vector<char> results(8, 0);
+    for (size_t i = 0; i < results.size(); ++i)
+        threads.emplace_back(
+            [&, i] { results[i] = FileOperations::ensurePath((t + "/c/d/e/f/g.txt").c_str()); });
+    for (auto& th : threads)
+        th.join();
+    EXPECT_EQ(std::vector<char>(8, 1), results);
+
+    // A tree with a link leading out of it: the link goes, its target stays.
+    tmaintest::writeFile(t + "/x/y/data", "d");
+    fs::create_directory(t + "/outside");
+    tmaintest::writeFile(t + "/outside/keep", "k");
+    fs::create_directory_symlink(t + "/outside", t + "/x/y/out");
+    fs::create_directory_symlink(t + "/outside", t + "/outlink");
+    EXPECT_FALSE(FileOperations::remove((t + "/x").c_str(), 0));
+    EXPECT_TRUE(fs::exists(t + "/x/y/data"));
+    EXPECT_TRUE(FileOperations::remove((t + "/x").c_str(), FileOperations::REMOVE_RECURSIVE));
+    EXPECT_FALSE(fs::exists(t + "/x"));
+    EXPECT_TRUE(FileOperations::remove((t + "/outlink").c_str(), FileOperations::REMOVE_RECURSIVE));
+    EXPECT_FALSE(fs::is_symlink(t + "/outlink"));
+    EXPECT_EQ("k", tmaintest::readFile(t + "/outside/keep"));
+    EXPECT_TRUE(FileOperations::remove((t + "/p/q").c_str(), 0)); // empty: no flag needed
+    EXPECT_TRUE(FileOperations::remove((t + "/file").c_str(), 0) &&
+                FileOperations::remove((t + "/dangling").c_str(), 0));
+    EXPECT_FALSE(FileOperations::remove((t + "/file").c_str(), 1));
+}
+
+TEST(FileOperationsFiles, RenameAndIterate) {
+    tmaintest::TempDir tmp;
+    const std::string t = tmp.path();
+    tmaintest::writeFile(t + "/a", "A");
+    tmaintest::writeFile(t + "/b", "B");
+    EXPECT_FALSE(FileOperations::rename((t + "/a").c_str(), (t + "/b").c_str())); // no overwriting
+    EXPECT_EQ("A", tmaintest::readFile(t + "/a"));
+    EXPECT_EQ("B", tmaintest::readFile(t + "/b"));
+    EXPECT_TRUE(FileOperations::rename((t + "/a").c_str(), (t + "/a.txt").c_str()));
+    EXPECT_EQ("A", tmaintest::readFile(t + "/a.txt"));
+    EXPECT_FALSE(FileOperations::rename((t + "/a").c_str(), (t + "/c").c_str())); // gone
+    fs::create_directory(t + "/d1");
+    EXPECT_TRUE(FileOperations::rename((t + "/d1").c_str(), (t + "/sub").c_str()));
+    EXPECT_TRUE(fs::is_directory(t + "/sub"));
+
+    // Across file systems a file is copied with its times, then the source goes.
+    struct stat here, shm;
+    if (::stat(t.c_str(), &here) == 0 && ::stat("/dev/shm", &shm) == 0 && here.st_dev != shm.st_dev) {
+        std::string far = "/dev/shm/tmain-fileops-" + std::to_string(getpid());
+        std::string payload = tmaintest::randomBytes(200000, 7);
+        tmaintest::writeFile(t + "/big", payload);
+        ASSERT_TRUE(FileOperations::setLastModTime((t + "/big").c_str(), 1000000000));
+        EXPECT_TRUE(FileOperations::rename((t + "/big").c_str(), far.c_str()));
+        EXPECT_FALSE(fs::exists(t + "/big"));
+        EXPECT_EQ(payload, tmaintest::readFile(far));
+        EXPECT_EQ(1000000000, statMTime(far));
+        EXPECT_FALSE(FileOperations::rename((t + "/sub").c_str(), (far + "-dir").c_str()));
+        ::unlink(far.c_str());
+    }
+
+    for (const char* name : {"/b.txt", "/c.log", "/.hidden", "/sub/inner.txt"})
+        tmaintest::writeFile(t + name, "");
+    std::set<std::string> all;
+    for (const auto& e : fs::directory_iterator(t))
+        all.insert(e.path().string());
+    EXPECT_EQ(6u, all.size());
+    EXPECT_EQ(all, listing(t, "*"));
+    EXPECT_EQ(all, listing(t + "/", "*"));
+    EXPECT_EQ(all, listing(t, nullptr));
+    EXPECT_EQ(all, listing(t, "*.*"));
+    EXPECT_EQ((std::set<std::string>{t + "/a.txt", t + "/b.txt"}), listing(t, "*.txt"));
+    EXPECT_EQ((std::set<std::string>{t + "/c.log"}), listing(t, "?.log"));
+    EXPECT_EQ((std::set<std::string>{t + "/sub/inner.txt"}), listing(t + "/sub", "*"));
+    EXPECT_TRUE(listing(t, "*.TXT").empty());
+    EXPECT_TRUE(listing(t + "/missing", "*").empty());
+}
+
+TEST(FileOperationsFiles, TimesAndSizes) {
+    tmaintest::TempDir tmp;
+    const std::string f = tmp.file("f");
+    tmaintest::writeFile(f, "hello");
+    const char* p = f.c_str();
+    EXPECT_EQ(5, FileOperations::getSize(p));
+    EXPECT_EQ(0, FileOperations::getSize(tmp.path().c_str()));
+    EXPECT_EQ(0, FileOperations::getSize(tmp.file("missing").c_str()));
+    ASSERT_EQ(0, mkfifo(tmp.file("fifo").c_str(), 0600));
+    EXPECT_EQ(0, FileOperations::getSize(tmp.file("fifo").c_str())); // and does not block
+
+    EXPECT_TRUE(FileOperations::setLastModTime(p, 1000000000));
+    EXPECT_TRUE(FileOperations::setLastAccTime(p, 1234567890));
+    EXPECT_EQ(1000000000, FileOperations::getLastModTime(p));
+    EXPECT_EQ(1000000000, statMTime(f));
+    EXPECT_EQ(1234567890, FileOperations::getLastAccTime(p));
+    // Only the low 32 bits count, as a signed value.
+    EXPECT_TRUE(FileOperations::setLastModTime(p, (1LL << 32) + 1000));
+    EXPECT_EQ(1000, FileOperations::getLastModTime(p));
+    EXPECT_TRUE(FileOperations::setLastModTime(p, 3000000000LL));
+    EXPECT_EQ(3000000000LL - (1LL << 32), FileOperations::getLastModTime(p));
+    // A creation time cannot be set here; the other times still are.
+    __int64 acc = 111111111, cre = 222222222, wr = 333333333;
+    EXPECT_FALSE(FileOperations::setTime(p, &acc, &cre, &wr));
+    EXPECT_EQ(111111111, FileOperations::getLastAccTime(p));
+    EXPECT_EQ(333333333, FileOperations::getLastModTime(p));
+    EXPECT_FALSE(FileOperations::setCreationTime(p, 5));
+    EXPECT_EQ(333333333, FileOperations::getLastModTime(p));
+    EXPECT_FALSE(FileOperations::setLastModTime(tmp.file("missing").c_str(), 5));
+    EXPECT_EQ(0, FileOperations::getLastModTime(tmp.file("missing").c_str()));
+
+    // touch: now, as the kernel stamps a file made just before it.
+    tmaintest::writeFile(tmp.file("ref"), "");
+    EXPECT_TRUE(FileOperations::touch(p));
+    EXPECT_GE(FileOperations::getLastModTime(p), statMTime(tmp.file("ref")));
+    EXPECT_FALSE(FileOperations::touch(tmp.file("missing").c_str()));
+    EXPECT_FALSE(fs::exists(tmp.file("missing")));
+
+    {
+        TMAIN_REQUIRE_TOOL("stat");
+        std::string birth;
+        ASSERT_EQ(0, tmaintest::run("stat -c %W '" + f + "'", &birth));
+        EXPECT_EQ(std::atoll(birth.c_str()), FileOperations::getCreationTime(p)); // 0 when not recorded
+    }
+    TMAIN_REQUIRE_TOOL("truncate");
+    ASSERT_EQ(0, tmaintest::run("truncate -s 5G '" + tmp.file("sparse") + "'"));
+    EXPECT_EQ(5368709120LL, FileOperations::getSize(tmp.file("sparse").c_str()));
+}
+
+TEST(FileOperationsTemp, SetAndGetAreBoundedAndThreadSafe) {
+    char buf[FileOperations::TEMP_PATH_SIZE];
+    ASSERT_TRUE(FileOperations::setTemporaryPath("/first"));
+    EXPECT_FALSE(FileOperations::setTemporaryPath(std::string(300, 'x').c_str()));
+    EXPECT_FALSE(FileOperations::setTemporaryPath(std::string(256, 'x').c_str()));
+    ASSERT_TRUE(FileOperations::getTemporaryPath(buf, sizeof(buf)));
+    EXPECT_STREQ("/first", buf);
+    EXPECT_FALSE(FileOperations::getTemporaryPath(buf, 6)); // needs 7 with the terminator
+    EXPECT_TRUE(FileOperations::getTemporaryPath(buf, 7));
+    EXPECT_FALSE(FileOperations::getTemporaryPath(nullptr, 100));
+    const std::string longest(255, 'L');
+    EXPECT_TRUE(FileOperations::setTemporaryPath(longest.c_str()));
+    ASSERT_TRUE(FileOperations::getTemporaryPath(buf, sizeof(buf)));
+    EXPECT_EQ(longest, buf);
+
+    // Readers never see a mix of two paths.
+    const std::string a(200, 'a'), b = "/b";
+    std::vector<std::thread> threads;
+    std::vector<int> torn(4, 0);
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&, i] {
+            char local[FileOperations::TEMP_PATH_SIZE];
+            for (int n = 0; n < 2000; ++n) {
+                if (i % 2 == 0)
+                    FileOperations::setTemporaryPath(n % 2 ? a.c_str() : b.c_str());
+                else if (!FileOperations::getTemporaryPath(local, sizeof(local)) ||
+                         (a != local && b != local && longest != local))
+                    ++torn[i];
+            }
+        });
+    for (auto& th : threads)
+        th.join();
+    EXPECT_EQ(std::vector<int>(4, 0), torn);
+}
+
+// In a fresh process, so that no earlier test has set the path.
+TEST(FileOperationsTemp, DefaultComesFromTheSystemAndFailureIsLogged) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            tmaintest::ScopedLogCapture log;
+            char buf[FileOperations::TEMP_PATH_SIZE];
+            setenv("TMPDIR", std::string(300, 'd').c_str(), 1);
+            if (FileOperations::getTemporaryPath(buf, sizeof(buf)))
+                std::_Exit(1);
+            std::vector<std::string> warnings = log->messages(logging::LEVEL_WARN);
+            if (warnings != std::vector<std::string>{"Unable to initialize temporary file system: r=302"})
+                std::_Exit(2);
+            setenv("TMPDIR", "/var/spool", 1);
+            if (!FileOperations::getTemporaryPath(buf, sizeof(buf)) || std::strcmp(buf, "/var/spool/") != 0)
+                std::_Exit(3);
+            setenv("TMPDIR", "/elsewhere", 1); // taken once, then kept
+            if (!FileOperations::getTemporaryPath(buf, sizeof(buf)) || std::strcmp(buf, "/var/spool/") != 0)
+                std::_Exit(4);
+            std::_Exit(log->messages(logging::LEVEL_WARN).size() == 1 ? 0 : 5);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
+} // namespace
