@@ -1,11 +1,11 @@
 // Object model: cloning of shared graphs, cloning options, names, factory.
-#include <string>
-#include <vector>
 #include <gtest/gtest.h>
+#include <string>
 #include <tmain/core/NamedObject.h>
 #include <tmain/core/ObjectFactory.h>
 #include <tmain/foundation/Exception.h>
 #include <tmain/foundation/SmartPtr.h>
+#include <vector>
 
 using tarso::core::CloningOptions;
 using tarso::core::NamedObject;
@@ -64,7 +64,7 @@ TEST(Cloning, SharedChildrenAndCyclesAreClonedOnce) {
     root->right = new Node("b");
     root->left->left = shared;
     root->right->right = shared;
-    shared->left = root;         // a cycle back to the root
+    shared->left = root;                   // a cycle back to the root
     root->right->buddy = root->left.get(); // resolved after the whole graph is cloned
 
     core::SmartPtr<Node> copy(static_cast<Node*>(root->clone()));
@@ -75,7 +75,7 @@ TEST(Cloning, SharedChildrenAndCyclesAreClonedOnce) {
     EXPECT_EQ(copy->left->left.get(), copy->right->right.get()); // one copy, shared
     EXPECT_NE(shared.get(), copy->left->left.get());
     EXPECT_EQ(copy.get(), copy->left->left->left.get()); // the cycle points at the copy
-    EXPECT_EQ(copy->left.get(), copy->right->buddy);    // fixed by the post processor
+    EXPECT_EQ(copy->left.get(), copy->right->buddy);     // fixed by the post processor
     // Break the cycles so the counts can reach zero.
     shared->left = nullptr;
     copy->left->left->left = nullptr;
@@ -177,9 +177,9 @@ TEST(ObjectFactory, CreatesRegisteredClassesByName) {
     ASSERT_TRUE(n);
     EXPECT_EQ(&NamedObject::TYPE, &n->getType());
     EXPECT_EQ(nullptr, factory.create("no::Such"));
-    EXPECT_EQ(nullptr, factory.create("test::Node")); // reflected but not registered
+    EXPECT_EQ(nullptr, factory.create("test::Node"));      // reflected but not registered
     EXPECT_EQ(nullptr, factory.create("core::Exception")); // not an Object
-    tarso::core::ObjectRegistry::registerCreatable(Node::TYPE, [] () -> Object* { return new Node("made"); });
+    tarso::core::ObjectRegistry::registerCreatable(Node::TYPE, []() -> Object* { return new Node("made"); });
     core::SmartPtr<Object> made(factory.create("test::Node"));
     ASSERT_TRUE(made);
     EXPECT_STREQ("made", static_cast<Node*>(made.get())->getName());

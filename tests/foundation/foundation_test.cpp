@@ -1,9 +1,9 @@
 // Reference counting, type records, exceptions, locks, events, threads,
 // futures, task queues, singletons, callbacks and the logger.
+#include "../support/TestSupport.h"
 #include <atomic>
-#include <thread>
-#include <vector>
 #include <gtest/gtest.h>
+#include <thread>
 #include <tmain/foundation/Callback.h>
 #include <tmain/foundation/CriticalSection.h>
 #include <tmain/foundation/Event.h>
@@ -15,7 +15,7 @@
 #include <tmain/foundation/SmartPtr.h>
 #include <tmain/foundation/Thread.h>
 #include <tmain/foundation/Timer.h>
-#include "../support/TestSupport.h"
+#include <vector>
 
 namespace {
 
@@ -335,7 +335,9 @@ struct Adder {
     int base;
     int add(int v) { return base + v; }
 };
-int twice(int v) { return 2 * v; }
+int twice(int v) {
+    return 2 * v;
+}
 
 TEST(Callbacks, FunctionsMembersAndEmpty) {
     core::Callback<int, int> empty;

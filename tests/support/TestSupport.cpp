@@ -20,12 +20,16 @@ TempDir::TempDir() {
     mPath = buf.data();
 }
 
-TempDir::~TempDir() { run("rm -rf '" + mPath + "'"); }
+TempDir::~TempDir() {
+    run("rm -rf '" + mPath + "'");
+}
 
 LogCapture::LogCapture() : logging::Appender(nullptr), mAttached(false) {}
 LogCapture::~LogCapture() {}
 
-void LogCapture::detach() { logging::Logger::getRootLogger().removeAppender(this); }
+void LogCapture::detach() {
+    logging::Logger::getRootLogger().removeAppender(this);
+}
 
 void LogCapture::append(const logging::LogEvent& event, const std::string&) {
     std::lock_guard<std::mutex> g(mMutex);
@@ -57,9 +61,13 @@ ScopedLogCapture::ScopedLogCapture() : mCapture(new LogCapture()) {
     logging::Logger::getRootLogger().addAppender(mCapture.get());
 }
 
-ScopedLogCapture::~ScopedLogCapture() { mCapture->detach(); }
+ScopedLogCapture::~ScopedLogCapture() {
+    mCapture->detach();
+}
 
-bool haveTool(const char* name) { return run(std::string("command -v ") + name + " >/dev/null 2>&1") == 0; }
+bool haveTool(const char* name) {
+    return run(std::string("command -v ") + name + " >/dev/null 2>&1") == 0;
+}
 
 bool underCI() {
     const char* ci = getenv("CI");

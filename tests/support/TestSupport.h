@@ -1,10 +1,10 @@
 #pragma once
 // Fixtures shared by the test suites: temporary directories, log capture and
 // external tools used as peers.
-#include <string>
-#include <vector>
 #include <gtest/gtest.h>
+#include <string>
 #include <tmain/foundation/Logger.h>
+#include <vector>
 
 namespace tmaintest {
 

@@ -73,7 +73,9 @@ CloningOptions::Option* CloningOptions::get(const ::core::Type* type, bool searc
     return nullptr;
 }
 
-bool CloningOptions::containsKey(const ::core::Type* type) const { return mOptions.count(type) != 0; }
+bool CloningOptions::containsKey(const ::core::Type* type) const {
+    return mOptions.count(type) != 0;
+}
 
 void CloningOptions::remove(const ::core::Type* type, bool withParents) {
     for (const ::core::Type* t = type; t;) {
@@ -100,9 +102,13 @@ void CloningOptions::removePostProcessor(PostProcessor* p) {
         delete p;
 }
 
-void CloningOptions::addCloningPair(const Object* source, Object* copy) { mCloningPairs[source] = copy; }
+void CloningOptions::addCloningPair(const Object* source, Object* copy) {
+    mCloningPairs[source] = copy;
+}
 
-void CloningOptions::removeCloningPair(const Object* source) { mCloningPairs.erase(source); }
+void CloningOptions::removeCloningPair(const Object* source) {
+    mCloningPairs.erase(source);
+}
 
 Object* CloningOptions::getCloned(const Object* source) const {
     auto it = mCloningPairs.find(source);

@@ -9,7 +9,8 @@ namespace core {
 
 const ::core::Type NamedObject::TYPE("tarso::core::NamedObject", &Object::TYPE);
 
-const DeserializerEntry NamedObject::DESERIALIZER_LIST[2] = {{1, &NamedObject::readV2}, {2, &NamedObject::readV2}};
+const DeserializerEntry NamedObject::DESERIALIZER_LIST[2] = {{1, &NamedObject::readV2},
+                                                             {2, &NamedObject::readV2}};
 
 NamedObject::NamedObject(const char* name) : mName(name ? name : "") {}
 
@@ -21,7 +22,9 @@ NamedObject& NamedObject::operator=(const NamedObject& other) {
     return *this;
 }
 
-std::string NamedObject::toString() const { return Object::toString() + "<name='" + mName + "'>"; }
+std::string NamedObject::toString() const {
+    return Object::toString() + "<name='" + mName + "'>";
+}
 
 Object* NamedObject::clone(CloningOptions& options) const {
     NamedObject* copy = new NamedObject();
@@ -39,8 +42,8 @@ void NamedObject::checkWrite(bool ok, const char* field) const {
     if (ok)
         return;
     if (field)
-        throw stream::IOException("Error serializing object [%s:%s@%8X]: %s", getType().getName(), mName.c_str(),
-                                  messageAddress(), field);
+        throw stream::IOException("Error serializing object [%s:%s@%8X]: %s", getType().getName(),
+                                  mName.c_str(), messageAddress(), field);
     throw stream::IOException("Error serializing object [%s:%s@%8X]", getType().getName(), mName.c_str(),
                               messageAddress());
 }
@@ -49,13 +52,15 @@ void NamedObject::checkRead(bool ok, const char* field) const {
     if (ok)
         return;
     if (field)
-        throw stream::IOException("Error deserializing object [%s:%s@%8X]: %s", getType().getName(), mName.c_str(),
-                                  messageAddress(), field);
+        throw stream::IOException("Error deserializing object [%s:%s@%8X]: %s", getType().getName(),
+                                  mName.c_str(), messageAddress(), field);
     throw stream::IOException("Error deserializing object [%s:%s@%8X]", getType().getName(), mName.c_str(),
                               messageAddress());
 }
 
-void NamedObject::writeSUID(stream::OutputStream* out) const { checkWrite(writeRawSUID(out, mSUID), "writeSUID"); }
+void NamedObject::writeSUID(stream::OutputStream* out) const {
+    checkWrite(writeRawSUID(out, mSUID), "writeSUID");
+}
 
 void NamedObject::serialize(stream::OutputStream* out, Serializer* serializer) const {
     writeSUID(out);

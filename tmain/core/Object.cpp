@@ -33,9 +33,13 @@ Object* Object::clone() const {
     return copy;
 }
 
-void Object::_clone(Object* target, CloningOptions& options) const { options.addCloningPair(this, target); }
+void Object::_clone(Object* target, CloningOptions& options) const {
+    options.addCloningPair(this, target);
+}
 
-void Object::writeSUID(stream::OutputStream* out) const { checkWrite(writeRawSUID(out, mSUID), "writeSUID"); }
+void Object::writeSUID(stream::OutputStream* out) const {
+    checkWrite(writeRawSUID(out, mSUID), "writeSUID");
+}
 
 void Object::serialize(stream::OutputStream* out, Serializer*) const {
     writeSUID(out);
@@ -54,7 +58,9 @@ void Object::deserialize(stream::InputStream* in, Serializer* serializer) {
     getDeserializer(suid)(this, in, serializer);
 }
 
-void Object::deserializeLegacy0(stream::InputStream* in, Serializer* serializer) { readV2(this, in, serializer); }
+void Object::deserializeLegacy0(stream::InputStream* in, Serializer* serializer) {
+    readV2(this, in, serializer);
+}
 
 void Object::deserializeLegacy1(stream::InputStream* in, Serializer* serializer, unsigned serialUID) {
     getDeserializer(serialUID)(this, in, serializer);

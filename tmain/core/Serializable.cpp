@@ -10,13 +10,16 @@ namespace core {
 
 Serializable::~Serializable() {}
 
-unsigned Serializable::messageAddress() const { return (unsigned)(uintptr_t) dynamic_cast<const void*>(this); }
+unsigned Serializable::messageAddress() const {
+    return (unsigned)(uintptr_t) dynamic_cast<const void*>(this);
+}
 
 void Serializable::checkWrite(bool ok, const char* field) const {
     if (ok)
         return;
     if (field)
-        throw stream::IOException("Error serializing object [%s@%8X]: %s", getType().getName(), messageAddress(), field);
+        throw stream::IOException("Error serializing object [%s@%8X]: %s", getType().getName(),
+                                  messageAddress(), field);
     throw stream::IOException("Error serializing object [%s@%8X]", getType().getName(), messageAddress());
 }
 
@@ -24,8 +27,8 @@ void Serializable::checkRead(bool ok, const char* field) const {
     if (ok)
         return;
     if (field)
-        throw stream::IOException("Error deserializing object [%s@%8X]: %s", getType().getName(), messageAddress(),
-                                  field);
+        throw stream::IOException("Error deserializing object [%s@%8X]: %s", getType().getName(),
+                                  messageAddress(), field);
     throw stream::IOException("Error deserializing object [%s@%8X]", getType().getName(), messageAddress());
 }
 

@@ -38,7 +38,9 @@ public:
     /// True when getType() is `type` or derives from it.
     bool instanceOf(const ::core::Type& type) const { return getType().instanceOf(type); }
     /// The same test against the other object's dynamic type.
-    bool instanceOf(const Serializable* other) const { return other && getType().instanceOf(other->getType()); }
+    bool instanceOf(const Serializable* other) const {
+        return other && getType().instanceOf(other->getType());
+    }
 
     /// Throw stream::IOException "Error serializing object [%s@%8X]: %s" /
     /// "Error deserializing object [%s@%8X]: %s" when ok is false.
@@ -57,10 +59,14 @@ protected:
 /// DESERIALIZER_COUNT, DESERIALIZER_LIST and the lookup of a reader.
 #define TMAIN_SERIAL_IDENTITY(suidValue, count)                                                              \
 public:                                                                                                      \
-    static const unsigned mSUID = suidValue;                                                                 \
-    static unsigned SUID() { return mSUID; }                                                                 \
-    unsigned getSUID() const override { return mSUID; }                                                      \
-    static const unsigned DESERIALIZER_COUNT = count;                                                        \
+    static constexpr unsigned mSUID = suidValue;                                                             \
+    static unsigned SUID() {                                                                                 \
+        return mSUID;                                                                                        \
+    }                                                                                                        \
+    unsigned getSUID() const override {                                                                      \
+        return mSUID;                                                                                        \
+    }                                                                                                        \
+    static constexpr unsigned DESERIALIZER_COUNT = count;                                                    \
     static const ::tarso::core::DeserializerEntry DESERIALIZER_LIST[count];                                  \
                                                                                                              \
 private:                                                                                                     \

@@ -15,7 +15,8 @@ public:
     template <class O> Callback(O* object, R (O::*method)(Args...)) {
         mFn = [object, method](Args... args) -> R { return (object->*method)(args...); };
     }
-    template <class F, class = decltype(std::declval<F&>()(std::declval<Args>()...))> Callback(F fn) : mFn(fn) {}
+    template <class F, class = decltype(std::declval<F&>()(std::declval<Args>()...))>
+    Callback(F fn) : mFn(fn) {}
 
     R operator()(Args... args) const { return mFn(args...); }
     bool empty() const { return !mFn; }

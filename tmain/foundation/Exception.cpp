@@ -44,7 +44,8 @@ Exception::Exception(const Exception* cause) : mCause(nullptr) {
         mMessage = cause->getMessage();
 }
 
-Exception::Exception(const Exception& other) : std::exception(other), mMessage(other.mMessage), mCause(nullptr) {
+Exception::Exception(const Exception& other)
+    : std::exception(other), mMessage(other.mMessage), mCause(nullptr) {
     setCause(other.mCause);
 }
 
@@ -56,11 +57,17 @@ Exception& Exception::operator=(const Exception& other) {
     return *this;
 }
 
-Exception::~Exception() { delete mCause; }
+Exception::~Exception() {
+    delete mCause;
+}
 
-void Exception::setMessage(const char* message) { mMessage = message ? message : ""; }
+void Exception::setMessage(const char* message) {
+    mMessage = message ? message : "";
+}
 
-void Exception::setMessageV(const char* format, va_list args) { mMessage = formatMessage(format, args); }
+void Exception::setMessageV(const char* format, va_list args) {
+    mMessage = formatMessage(format, args);
+}
 
 void Exception::setCause(const Exception* cause) {
     Exception* copy = cause ? cause->clone() : nullptr;
@@ -74,9 +81,13 @@ Exception* Exception::clone() const {
     return out;
 }
 
-void Exception::_onClone(Exception** out) const { *out = new Exception(*this); }
+void Exception::_onClone(Exception** out) const {
+    *out = new Exception(*this);
+}
 
-void Exception::rethrow() const { throw *this; }
+void Exception::rethrow() const {
+    throw *this;
+}
 
 IllegalArgumentException::IllegalArgumentException(const char* format, ...) {
     va_list args;

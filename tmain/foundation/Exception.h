@@ -55,10 +55,14 @@ private:
 #define TMAIN_EXCEPTION_BODY(Class)                                                                          \
     TMAIN_TYPE()                                                                                             \
 public:                                                                                                      \
-    void rethrow() const override { throw *this; }                                                           \
+    void rethrow() const override {                                                                          \
+        throw *this;                                                                                         \
+    }                                                                                                        \
                                                                                                              \
 protected:                                                                                                   \
-    void _onClone(::core::Exception** out) const override { *out = new Class(*this); }                       \
+    void _onClone(::core::Exception** out) const override {                                                  \
+        *out = new Class(*this);                                                                             \
+    }                                                                                                        \
                                                                                                              \
 public:
 

@@ -19,8 +19,12 @@ Registry& registry() {
 }
 } // namespace
 
-Process::Process() : mKilled(false) { ProcessScheduler::added(this); }
-Process::~Process() { ProcessScheduler::removed(this); }
+Process::Process() : mKilled(false) {
+    ProcessScheduler::added(this);
+}
+Process::~Process() {
+    ProcessScheduler::removed(this);
+}
 
 void ProcessScheduler::added(Process* p) {
     Registry& r = registry();

@@ -76,7 +76,9 @@ std::string SimpleLayout::format(const LogEvent& e) const {
 
 Appender::Appender(Layout* layout) : mLayout(layout ? layout : new SimpleLayout()), mThreshold(LEVEL_DEBUG) {}
 
-Appender::~Appender() { delete mLayout; }
+Appender::~Appender() {
+    delete mLayout;
+}
 
 void Appender::doAppend(const LogEvent& event) {
     if (event.level < mThreshold || mThreshold == LEVEL_OFF)
@@ -153,11 +155,21 @@ void Logger::log(Level level, const core::Exception* cause, const char* format, 
     log(level, cause, format, args);                                                                         \
     va_end(args)
 
-void Logger::debug(const char* format, ...) { TMAIN_LOG_BODY(LEVEL_DEBUG, nullptr); }
-void Logger::info(const char* format, ...) { TMAIN_LOG_BODY(LEVEL_INFO, nullptr); }
-void Logger::warn(const char* format, ...) { TMAIN_LOG_BODY(LEVEL_WARN, nullptr); }
-void Logger::error(const char* format, ...) { TMAIN_LOG_BODY(LEVEL_ERROR, nullptr); }
-void Logger::fatal(const char* format, ...) { TMAIN_LOG_BODY(LEVEL_FATAL, nullptr); }
+void Logger::debug(const char* format, ...) {
+    TMAIN_LOG_BODY(LEVEL_DEBUG, nullptr);
+}
+void Logger::info(const char* format, ...) {
+    TMAIN_LOG_BODY(LEVEL_INFO, nullptr);
+}
+void Logger::warn(const char* format, ...) {
+    TMAIN_LOG_BODY(LEVEL_WARN, nullptr);
+}
+void Logger::error(const char* format, ...) {
+    TMAIN_LOG_BODY(LEVEL_ERROR, nullptr);
+}
+void Logger::fatal(const char* format, ...) {
+    TMAIN_LOG_BODY(LEVEL_FATAL, nullptr);
+}
 
 // The cause follows the format, so the variadic arguments start after it.
 void Logger::warn(const char* format, const core::Exception* cause, ...) {

@@ -3,9 +3,9 @@
 #include <ctime>
 #include <mutex>
 #include <string>
-#include <vector>
 #include <tmain/Export.h>
 #include <tmain/foundation/SmartPtr.h>
+#include <vector>
 
 namespace core {
 class Exception;
@@ -13,7 +13,14 @@ class Exception;
 
 namespace logging {
 
-enum Level { LEVEL_DEBUG = 0, LEVEL_INFO = 1, LEVEL_WARN = 2, LEVEL_ERROR = 3, LEVEL_FATAL = 4, LEVEL_OFF = 5 };
+enum Level {
+    LEVEL_DEBUG = 0,
+    LEVEL_INFO = 1,
+    LEVEL_WARN = 2,
+    LEVEL_ERROR = 3,
+    LEVEL_FATAL = 4,
+    LEVEL_OFF = 5
+};
 
 /// "DEBUG", "INFO", "WARN", "ERROR", "FATAL" or "OFF".
 TMAIN_API const char* levelName(Level level);

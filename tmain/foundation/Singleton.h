@@ -8,6 +8,9 @@ TMAIN_API void logSingletonStillReferenced();
 
 /// Lazily created process-wide instance of T held by a SmartPtr. T makes its
 /// constructor and destructor private and befriends Singleton<T>.
+/// The instance lives in the module that instantiates these functions: a
+/// class exported from a shared library reaches it through out-of-line
+/// accessors of its own, so that every module sees the same instance.
 template <class T> class Singleton {
 public:
     /// The instance, created on first use.

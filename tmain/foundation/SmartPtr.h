@@ -1,7 +1,7 @@
 #pragma once
 #include <cstddef>
-#include <utility>
 #include <tmain/foundation/IRefCount.h>
+#include <utility>
 
 namespace core {
 

@@ -38,9 +38,13 @@ void Thread::nativeFree() {
     mNative = nullptr;
 }
 
-void Thread::nativeJoin() { pthread_join(mNative->handle, nullptr); }
+void Thread::nativeJoin() {
+    pthread_join(mNative->handle, nullptr);
+}
 
-void Thread::nativeDetach() { pthread_detach(mNative->handle); }
+void Thread::nativeDetach() {
+    pthread_detach(mNative->handle);
+}
 
 bool Thread::nativeIsCurrent() const {
     return mNative && mStarted.load() && pthread_equal(mNative->handle, pthread_self());

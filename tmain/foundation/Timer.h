@@ -11,8 +11,8 @@ public:
     Timer() { reset(); }
     void reset() { mStart = std::chrono::steady_clock::now(); }
     uint64_t getMilliseconds() const {
-        return (uint64_t)std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
-                                                                               mStart)
+        return (uint64_t)std::chrono::duration_cast<std::chrono::milliseconds>(
+                   std::chrono::steady_clock::now() - mStart)
             .count();
     }
 

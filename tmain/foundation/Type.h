@@ -1,9 +1,9 @@
 #pragma once
 #include <map>
 #include <mutex>
-#include <vector>
 #include <tmain/Export.h>
 #include <tmain/foundation/LessStr.h>
+#include <vector>
 
 namespace core {
 
@@ -34,7 +34,9 @@ public:
 
     const char* getName() const { return mName; }
     unsigned getParentCount() const { return mParentCount; }
-    const Type* getParent(unsigned index = 0) const { return index < mParentCount ? mParents[index] : nullptr; }
+    const Type* getParent(unsigned index = 0) const {
+        return index < mParentCount ? mParents[index] : nullptr;
+    }
 
     /// True when `other` is this record or one of its ancestors.
     bool instanceOf(const Type& other) const;
@@ -59,11 +61,19 @@ private:
 #define TMAIN_TYPE_ROOT()                                                                                    \
 public:                                                                                                      \
     static const ::core::Type TYPE;                                                                          \
-    static const ::core::Type& type() { return TYPE; }                                                       \
-    virtual const ::core::Type& getType() const { return TYPE; }
+    static const ::core::Type& type() {                                                                      \
+        return TYPE;                                                                                         \
+    }                                                                                                        \
+    virtual const ::core::Type& getType() const {                                                            \
+        return TYPE;                                                                                         \
+    }
 
 #define TMAIN_TYPE()                                                                                         \
 public:                                                                                                      \
     static const ::core::Type TYPE;                                                                          \
-    static const ::core::Type& type() { return TYPE; }                                                       \
-    const ::core::Type& getType() const override { return TYPE; }
+    static const ::core::Type& type() {                                                                      \
+        return TYPE;                                                                                         \
+    }                                                                                                        \
+    const ::core::Type& getType() const override {                                                           \
+        return TYPE;                                                                                         \
+    }

@@ -6,9 +6,11 @@ namespace stream {
 const ::core::Type IOException::TYPE("tarso::stream::IOException", &::core::Exception::TYPE);
 const ::core::Type StreamAbortedException::TYPE("tarso::stream::StreamAbortedException", &IOException::TYPE);
 const ::core::Type TimeoutException::TYPE("tarso::stream::TimeoutException", &IOException::TYPE);
-const ::core::Type ConnectTimeoutException::TYPE("tarso::stream::ConnectTimeoutException", &TimeoutException::TYPE);
+const ::core::Type ConnectTimeoutException::TYPE("tarso::stream::ConnectTimeoutException",
+                                                 &TimeoutException::TYPE);
 const ::core::Type ReadTimeoutException::TYPE("tarso::stream::ReadTimeoutException", &TimeoutException::TYPE);
-const ::core::Type WriteTimeoutException::TYPE("tarso::stream::WriteTimeoutException", &TimeoutException::TYPE);
+const ::core::Type WriteTimeoutException::TYPE("tarso::stream::WriteTimeoutException",
+                                               &TimeoutException::TYPE);
 
 IOException::IOException(const char* format, ...) {
     va_list args;

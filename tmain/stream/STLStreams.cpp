@@ -9,7 +9,9 @@ STLInputStreamBuffer::STLInputStreamBuffer(InputStream* source, unsigned bufferS
     setg(mBuffer, mBuffer, mBuffer);
 }
 
-STLInputStreamBuffer::~STLInputStreamBuffer() { delete[] mBuffer; }
+STLInputStreamBuffer::~STLInputStreamBuffer() {
+    delete[] mBuffer;
+}
 
 STLInputStreamBuffer::int_type STLInputStreamBuffer::underflow() {
     if (gptr() < egptr())
@@ -59,11 +61,15 @@ STLOutputStreamBuffer::int_type STLOutputStreamBuffer::overflow(int_type c) {
     return traits_type::not_eof(c);
 }
 
-int STLOutputStreamBuffer::sync() { return flush() ? 0 : -1; }
+int STLOutputStreamBuffer::sync() {
+    return flush() ? 0 : -1;
+}
 
 STLInputStream::STLInputStream(unsigned bufferSize) : mSTLBufferSize(bufferSize) {}
 
-STLInputStream::~STLInputStream() { releaseSTLStream(); }
+STLInputStream::~STLInputStream() {
+    releaseSTLStream();
+}
 
 std::istream* STLInputStream::getSTLStream() {
     if (!mSTLStream) {
@@ -73,7 +79,9 @@ std::istream* STLInputStream::getSTLStream() {
     return mSTLStream.get();
 }
 
-void STLInputStream::close() { releaseSTLStream(); }
+void STLInputStream::close() {
+    releaseSTLStream();
+}
 
 void STLInputStream::releaseSTLStream() {
     mSTLStream.reset();
@@ -92,7 +100,9 @@ std::ostream* STLOutputStream::getSTLStream() {
     return mSTLStream.get();
 }
 
-void STLOutputStream::close() { releaseSTLStream(); }
+void STLOutputStream::close() {
+    releaseSTLStream();
+}
 
 void STLOutputStream::releaseSTLStream() {
     if (mSTLStream)

@@ -26,11 +26,17 @@ void swapInPlace(void* data, unsigned width, unsigned n) {
 
 Stream::~Stream() {}
 
-void Stream::seek(int, ESeekMode) { throw ::core::UnsupportedOperationException("Stream::tell() not supported"); }
+void Stream::seek(int, ESeekMode) {
+    throw ::core::UnsupportedOperationException("Stream::tell() not supported");
+}
 
-unsigned Stream::tell() const { throw ::core::UnsupportedOperationException("Stream::tell() not supported"); }
+unsigned Stream::tell() const {
+    throw ::core::UnsupportedOperationException("Stream::tell() not supported");
+}
 
-void Stream::bookMark() { mBookmarks.push_back(tell()); }
+void Stream::bookMark() {
+    mBookmarks.push_back(tell());
+}
 
 void Stream::rewind() {
     if (mBookmarks.empty())
@@ -58,8 +64,12 @@ bool InputStream::readSwapped(void* v, unsigned width, unsigned n) {
     return true;
 }
 
-bool InputStream::read(char& v) { return read(&v, 1, 1) == 1; }
-bool InputStream::read(unsigned char& v) { return read(&v, 1, 1) == 1; }
+bool InputStream::read(char& v) {
+    return read(&v, 1, 1) == 1;
+}
+bool InputStream::read(unsigned char& v) {
+    return read(&v, 1, 1) == 1;
+}
 bool InputStream::read(bool& v) {
     unsigned char b = 0;
     if (read(&b, 1, 1) != 1)
@@ -67,20 +77,36 @@ bool InputStream::read(bool& v) {
     v = b != 0;
     return true;
 }
-bool InputStream::read(char* v, unsigned n) { return n == 0 || read((void*)v, 1, n) == n; }
-bool InputStream::read(unsigned char* v, unsigned n) { return n == 0 || read((void*)v, 1, n) == n; }
+bool InputStream::read(char* v, unsigned n) {
+    return n == 0 || read((void*)v, 1, n) == n;
+}
+bool InputStream::read(unsigned char* v, unsigned n) {
+    return n == 0 || read((void*)v, 1, n) == n;
+}
 bool InputStream::read(bool* v, unsigned n) {
     for (unsigned i = 0; i < n; ++i)
         if (!read(v[i]))
             return false;
     return true;
 }
-bool InputStream::read(short& v) { return readSwapped(&v, 2, 1); }
-bool InputStream::read(unsigned short& v) { return readSwapped(&v, 2, 1); }
-bool InputStream::read(short* v, unsigned n) { return readSwapped(v, 2, n); }
-bool InputStream::read(unsigned short* v, unsigned n) { return readSwapped(v, 2, n); }
-bool InputStream::read(int& v) { return readSwapped(&v, 4, 1); }
-bool InputStream::read(unsigned& v) { return readSwapped(&v, 4, 1); }
+bool InputStream::read(short& v) {
+    return readSwapped(&v, 2, 1);
+}
+bool InputStream::read(unsigned short& v) {
+    return readSwapped(&v, 2, 1);
+}
+bool InputStream::read(short* v, unsigned n) {
+    return readSwapped(v, 2, n);
+}
+bool InputStream::read(unsigned short* v, unsigned n) {
+    return readSwapped(v, 2, n);
+}
+bool InputStream::read(int& v) {
+    return readSwapped(&v, 4, 1);
+}
+bool InputStream::read(unsigned& v) {
+    return readSwapped(&v, 4, 1);
+}
 bool InputStream::read(long& v) {
     int32_t i = 0;
     if (!readSwapped(&i, 4, 1))
@@ -88,8 +114,12 @@ bool InputStream::read(long& v) {
     v = i;
     return true;
 }
-bool InputStream::read(int* v, unsigned n) { return readSwapped(v, 4, n); }
-bool InputStream::read(unsigned* v, unsigned n) { return readSwapped(v, 4, n); }
+bool InputStream::read(int* v, unsigned n) {
+    return readSwapped(v, 4, n);
+}
+bool InputStream::read(unsigned* v, unsigned n) {
+    return readSwapped(v, 4, n);
+}
 bool InputStream::read(long* v, unsigned n) {
     for (unsigned i = 0; i < n; ++i)
         if (!read(v[i]))
@@ -97,8 +127,12 @@ bool InputStream::read(long* v, unsigned n) {
     return true;
 }
 // Floats are never swapped: they are always stored in little-endian order.
-bool InputStream::read(float& v) { return read(&v, 4, 1) == 4; }
-bool InputStream::read(float* v, unsigned n) { return n == 0 || read((void*)v, 4, n) == 4 * n; }
+bool InputStream::read(float& v) {
+    return read(&v, 4, 1) == 4;
+}
+bool InputStream::read(float* v, unsigned n) {
+    return n == 0 || read((void*)v, 4, n) == 4 * n;
+}
 
 bool InputStream::read(std::string& v) {
     unsigned len = 0;
@@ -147,40 +181,68 @@ bool OutputStream::writeSwapped(const void* v, unsigned width, unsigned n) {
     return true;
 }
 
-bool OutputStream::write(char v) { return write(&v, 1, 1) == 1; }
-bool OutputStream::write(unsigned char v) { return write(&v, 1, 1) == 1; }
+bool OutputStream::write(char v) {
+    return write(&v, 1, 1) == 1;
+}
+bool OutputStream::write(unsigned char v) {
+    return write(&v, 1, 1) == 1;
+}
 bool OutputStream::write(bool v) {
     unsigned char b = v ? 1 : 0;
     return write(&b, 1, 1) == 1;
 }
-bool OutputStream::write(const char* v, unsigned n) { return n == 0 || write((const void*)v, 1, n) == n; }
-bool OutputStream::write(const unsigned char* v, unsigned n) { return n == 0 || write((const void*)v, 1, n) == n; }
+bool OutputStream::write(const char* v, unsigned n) {
+    return n == 0 || write((const void*)v, 1, n) == n;
+}
+bool OutputStream::write(const unsigned char* v, unsigned n) {
+    return n == 0 || write((const void*)v, 1, n) == n;
+}
 bool OutputStream::write(const bool* v, unsigned n) {
     for (unsigned i = 0; i < n; ++i)
         if (!write(v[i]))
             return false;
     return true;
 }
-bool OutputStream::write(short v) { return writeSwapped(&v, 2, 1); }
-bool OutputStream::write(unsigned short v) { return writeSwapped(&v, 2, 1); }
-bool OutputStream::write(const short* v, unsigned n) { return writeSwapped(v, 2, n); }
-bool OutputStream::write(const unsigned short* v, unsigned n) { return writeSwapped(v, 2, n); }
-bool OutputStream::write(int v) { return writeSwapped(&v, 4, 1); }
-bool OutputStream::write(unsigned v) { return writeSwapped(&v, 4, 1); }
+bool OutputStream::write(short v) {
+    return writeSwapped(&v, 2, 1);
+}
+bool OutputStream::write(unsigned short v) {
+    return writeSwapped(&v, 2, 1);
+}
+bool OutputStream::write(const short* v, unsigned n) {
+    return writeSwapped(v, 2, n);
+}
+bool OutputStream::write(const unsigned short* v, unsigned n) {
+    return writeSwapped(v, 2, n);
+}
+bool OutputStream::write(int v) {
+    return writeSwapped(&v, 4, 1);
+}
+bool OutputStream::write(unsigned v) {
+    return writeSwapped(&v, 4, 1);
+}
 bool OutputStream::write(long v) {
     int32_t i = (int32_t)v;
     return writeSwapped(&i, 4, 1);
 }
-bool OutputStream::write(const int* v, unsigned n) { return writeSwapped(v, 4, n); }
-bool OutputStream::write(const unsigned* v, unsigned n) { return writeSwapped(v, 4, n); }
+bool OutputStream::write(const int* v, unsigned n) {
+    return writeSwapped(v, 4, n);
+}
+bool OutputStream::write(const unsigned* v, unsigned n) {
+    return writeSwapped(v, 4, n);
+}
 bool OutputStream::write(const long* v, unsigned n) {
     for (unsigned i = 0; i < n; ++i)
         if (!write(v[i]))
             return false;
     return true;
 }
-bool OutputStream::write(float v) { return write(&v, 4, 1) == 4; }
-bool OutputStream::write(const float* v, unsigned n) { return n == 0 || write((const void*)v, 4, n) == 4 * n; }
+bool OutputStream::write(float v) {
+    return write(&v, 4, 1) == 4;
+}
+bool OutputStream::write(const float* v, unsigned n) {
+    return n == 0 || write((const void*)v, 4, n) == 4 * n;
+}
 
 bool OutputStream::write(const std::string& v) {
     if (!write((unsigned)v.size()))

@@ -1,7 +1,7 @@
 #pragma once
-#include <vector>
 #include <tmain/foundation/Future.h>
 #include <tmain/platform/Platform.h>
+#include <vector>
 
 namespace tarso {
 namespace stream {
@@ -61,7 +61,9 @@ private:
 inline Stream::EOpenMode operator|(Stream::EOpenMode a, Stream::EOpenMode b) {
     return (Stream::EOpenMode)((unsigned)a | (unsigned)b);
 }
-inline Stream::EOpenMode operator|(Stream::EOpenMode a, unsigned b) { return (Stream::EOpenMode)((unsigned)a | b); }
+inline Stream::EOpenMode operator|(Stream::EOpenMode a, unsigned b) {
+    return (Stream::EOpenMode)((unsigned)a | b);
+}
 
 } // namespace stream
 } // namespace tarso

@@ -106,6 +106,14 @@ void IOThread::onRun() {
 
 // ------------------------------------------------------------------ pool
 
+StreamIOPool* StreamIOPool::getSingleton() {
+    return ::core::Singleton<StreamIOPool>::getSingleton();
+}
+
+void StreamIOPool::deleteSingleton() {
+    ::core::Singleton<StreamIOPool>::deleteSingleton();
+}
+
 bool StreamIOPool::configure(const Config& config) {
     if (::core::Singleton<StreamIOPool>::exists())
         return true;
@@ -145,7 +153,8 @@ unsigned StreamIOPool::_selectThread() {
     return f;
 }
 
-::core::Future<unsigned> StreamIOPool::writeToStream(OutputStream* stream, const void* buffer, unsigned size) {
+::core::Future<unsigned> StreamIOPool::writeToStream(OutputStream* stream, const void* buffer,
+                                                     unsigned size) {
     ::core::Future<unsigned> f;
     mThreads[_selectThread()]->post(
         new IOThread::RWTask(IOThread::RWTask::WRITE, stream, const_cast<void*>(buffer), size, f));

@@ -1,7 +1,7 @@
 #pragma once
-#include <vector>
 #include <tmain/foundation/Singleton.h>
 #include <tmain/stream/Stream.h>
+#include <vector>
 
 namespace tarso {
 namespace stream {
@@ -19,11 +19,11 @@ public:
         unsigned numThreads;
     };
 
-    static const int RD_STREAMABORTED_ERROR = 1;
-    static const int RD_TIMEOUT_ERROR = 2;
-    static const int RD_UNKNOWN_ERROR = 3;
-    static const int OPEN_IO_ERROR = 4;
-    static const int OPEN_UNKNOWN_ERROR = 5;
+    static constexpr int RD_STREAMABORTED_ERROR = 1;
+    static constexpr int RD_TIMEOUT_ERROR = 2;
+    static constexpr int RD_UNKNOWN_ERROR = 3;
+    static constexpr int OPEN_IO_ERROR = 4;
+    static constexpr int OPEN_UNKNOWN_ERROR = 5;
 
     static unsigned sNumThreads;
     static bool sInitialized;
@@ -32,8 +32,10 @@ public:
     /// Afterwards: changes nothing and returns true.
     static bool configure(const Config& config);
 
-    static StreamIOPool* getSingleton() { return ::core::Singleton<StreamIOPool>::getSingleton(); }
-    static void deleteSingleton() { ::core::Singleton<StreamIOPool>::deleteSingleton(); }
+    /// The pool, created on first use. Out of line, so that every module
+    /// shares the library's one instance.
+    static StreamIOPool* getSingleton();
+    static void deleteSingleton();
 
     /// The caller keeps stream and buffer alive until the future completes.
     ::core::Future<unsigned> readFromStream(InputStream* stream, void* buffer, unsigned size);

@@ -15,8 +15,12 @@ namespace tarso {
 namespace stream {
 
 namespace {
-bool putFloats(OutputStream* out, const float* f, unsigned n) { return out->write(f, n); }
-bool getFloats(InputStream* in, float* f, unsigned n) { return in->read(f, n); }
+bool putFloats(OutputStream* out, const float* f, unsigned n) {
+    return out->write(f, n);
+}
+bool getFloats(InputStream* in, float* f, unsigned n) {
+    return in->read(f, n);
+}
 
 template <class V> bool writeVectors(const V* v, unsigned n, unsigned width, OutputStream* out) {
     if (!out->write(n))
@@ -37,33 +41,67 @@ template <class V> bool readVectors(V* v, unsigned n, unsigned width, InputStrea
 }
 } // namespace
 
-bool Utils::write(const math::Vector2& v, OutputStream* out) { return putFloats(out, &v.x, 2); }
-bool Utils::write(const math::Vector3& v, OutputStream* out) { return putFloats(out, &v.x, 3); }
-bool Utils::write(const math::Vector4& v, OutputStream* out) { return putFloats(out, &v.x, 4); }
-bool Utils::write(const math::Quaternion& v, OutputStream* out) { return putFloats(out, &v.x, 4); }
-bool Utils::write(const math::Matrix3& v, OutputStream* out) { return putFloats(out, v.m, 9) && putFloats(out, v.extra, 3); }
+bool Utils::write(const math::Vector2& v, OutputStream* out) {
+    return putFloats(out, &v.x, 2);
+}
+bool Utils::write(const math::Vector3& v, OutputStream* out) {
+    return putFloats(out, &v.x, 3);
+}
+bool Utils::write(const math::Vector4& v, OutputStream* out) {
+    return putFloats(out, &v.x, 4);
+}
+bool Utils::write(const math::Quaternion& v, OutputStream* out) {
+    return putFloats(out, &v.x, 4);
+}
+bool Utils::write(const math::Matrix3& v, OutputStream* out) {
+    return putFloats(out, v.m, 9) && putFloats(out, v.extra, 3);
+}
 bool Utils::write(const math::Matrix4& v, OutputStream* out) {
     return putFloats(out, v.m, 16) && putFloats(out, v.extra, 3);
 }
 bool Utils::write(const math::Bound& v, OutputStream* out) {
     return putFloats(out, &v.center.x, 3) && putFloats(out, &v.radius, 1);
 }
-bool Utils::write(const math::Vector2* v, unsigned n, OutputStream* out) { return writeVectors(v, n, 2, out); }
-bool Utils::write(const math::Vector3* v, unsigned n, OutputStream* out) { return writeVectors(v, n, 3, out); }
-bool Utils::write(const math::Vector4* v, unsigned n, OutputStream* out) { return writeVectors(v, n, 4, out); }
+bool Utils::write(const math::Vector2* v, unsigned n, OutputStream* out) {
+    return writeVectors(v, n, 2, out);
+}
+bool Utils::write(const math::Vector3* v, unsigned n, OutputStream* out) {
+    return writeVectors(v, n, 3, out);
+}
+bool Utils::write(const math::Vector4* v, unsigned n, OutputStream* out) {
+    return writeVectors(v, n, 4, out);
+}
 
-bool Utils::read(math::Vector2& v, InputStream* in) { return getFloats(in, &v.x, 2); }
-bool Utils::read(math::Vector3& v, InputStream* in) { return getFloats(in, &v.x, 3); }
-bool Utils::read(math::Vector4& v, InputStream* in) { return getFloats(in, &v.x, 4); }
-bool Utils::read(math::Quaternion& v, InputStream* in) { return getFloats(in, &v.x, 4); }
-bool Utils::read(math::Matrix3& v, InputStream* in) { return getFloats(in, v.m, 9) && getFloats(in, v.extra, 3); }
-bool Utils::read(math::Matrix4& v, InputStream* in) { return getFloats(in, v.m, 16) && getFloats(in, v.extra, 3); }
+bool Utils::read(math::Vector2& v, InputStream* in) {
+    return getFloats(in, &v.x, 2);
+}
+bool Utils::read(math::Vector3& v, InputStream* in) {
+    return getFloats(in, &v.x, 3);
+}
+bool Utils::read(math::Vector4& v, InputStream* in) {
+    return getFloats(in, &v.x, 4);
+}
+bool Utils::read(math::Quaternion& v, InputStream* in) {
+    return getFloats(in, &v.x, 4);
+}
+bool Utils::read(math::Matrix3& v, InputStream* in) {
+    return getFloats(in, v.m, 9) && getFloats(in, v.extra, 3);
+}
+bool Utils::read(math::Matrix4& v, InputStream* in) {
+    return getFloats(in, v.m, 16) && getFloats(in, v.extra, 3);
+}
 bool Utils::read(math::Bound& v, InputStream* in) {
     return getFloats(in, &v.center.x, 3) && getFloats(in, &v.radius, 1);
 }
-bool Utils::read(math::Vector2* v, unsigned n, InputStream* in) { return readVectors(v, n, 2, in); }
-bool Utils::read(math::Vector3* v, unsigned n, InputStream* in) { return readVectors(v, n, 3, in); }
-bool Utils::read(math::Vector4* v, unsigned n, InputStream* in) { return readVectors(v, n, 4, in); }
+bool Utils::read(math::Vector2* v, unsigned n, InputStream* in) {
+    return readVectors(v, n, 2, in);
+}
+bool Utils::read(math::Vector3* v, unsigned n, InputStream* in) {
+    return readVectors(v, n, 3, in);
+}
+bool Utils::read(math::Vector4* v, unsigned n, InputStream* in) {
+    return readVectors(v, n, 4, in);
+}
 
 } // namespace stream
 } // namespace tarso

@@ -1,0 +1,350 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <random>
+#include <tmain/foundation/Logger.h>
+#include <tmain/stream/ByteInputStream.h>
+#include <tmain/stream/DeflateInputStream.h>
+#include <tmain/stream/DeflateOutputStream.h>
+#include <tmain/stream/FileInputStream.h>
+#include <tmain/stream/GZIPInputStream.h>
+#include <tmain/stream/IOException.h>
+
+using namespace tarso::stream;
+using IllegalState = ::core::IllegalStateException;
+using Unsupported = ::core::UnsupportedOperationException;
+
+namespace {
+
+// Memory source giving at most `chunk` bytes per read, without tell(); with
+// `avail` false it reports nothing available, like a socket.
+struct Trickle : InputStream {
+    Trickle(std::string d, unsigned chunk, bool avail = true)
+        : mData(std::move(d)), mChunk(chunk), mAvail(avail) {}
+    void open(EOpenMode) override {}
+    void close() override {}
+    bool isOpen() const override { return true; }
+    bool hasError() const override { return false; }
+    unsigned available() const override { return mAvail ? unsigned(mData.size() - mPos) : 0; }
+    unsigned read(void* b, unsigned s, unsigned c) override {
+        size_t n = std::min<size_t>({(size_t)s * c, mChunk, mData.size() - mPos});
+        memcpy(b, mData.data() + mPos, n);
+        mPos += n;
+        return (unsigned)n;
+    }
+    unsigned readLine(char*, int, char) override { return 0; }
+    bool eof() const override { return mPos == mData.size(); }
+    std::istream* getSTLStream() override { return nullptr; }
+    std::string mData;
+    size_t mPos = 0, mChunk;
+    bool mAvail;
+};
+
+// Memory sink taking at most `limit` bytes in total.
+struct Sink : OutputStream {
+    explicit Sink(size_t limit = SIZE_MAX) : mLimit(limit) {}
+    void open(EOpenMode) override { mOpen = true; }
+    void close() override { mOpen = false; }
+    bool isOpen() const override { return mOpen; }
+    bool hasError() const override { return false; }
+    unsigned write(const void* b, unsigned s, unsigned c) override {
+        size_t n = std::min<size_t>((size_t)s * c, mLimit - mData.size());
+        mData.append((const char*)b, n);
+        return (unsigned)n;
+    }
+    void flush() override {}
+    std::ostream* getSTLStream() override { return nullptr; }
+    std::string mData;
+    size_t mLimit;
+    bool mOpen = false;
+};
+
+std::string makeText(size_t n, unsigned seed) {
+    static const char* words[] = {"stream ", "deflate ", "gzip ", "member ",
+                                  "window ", "\n",       "crc ",  "zlib "};
+    std::mt19937 rng(seed);
+    std::string s;
+    while (s.size() < n)
+        rng() % 5 ? s += words[rng() % 8] : s += char('A' + rng() % 26);
+    s.resize(n);
+    return s;
+}
+
+std::string deflated(const std::string& text, int level, unsigned bufferSize) {
+    Sink sink;
+    DeflateOutputStream out(&sink, level, bufferSize);
+    out.open(Stream::OM_WRITE);
+    EXPECT_EQ(out.write(text.data(), 1, (unsigned)text.size()), text.size());
+    out.close();
+    EXPECT_FALSE(sink.isOpen()); // close() closes the target
+    return sink.mData;
+}
+
+std::string readAll(InputStream& in, unsigned chunk = 65536) {
+    std::string out, buf(chunk, '\0');
+    while (unsigned n = in.read(&buf[0], 1, chunk))
+        out.append(buf.data(), n);
+    return out;
+}
+
+// Source streams are owned by the compression streams here (deleted with them).
+template <class S>
+std::unique_ptr<S> opened(const std::string& data, unsigned in = 16384, unsigned out = 16384) {
+    std::unique_ptr<S> s(new S(new ByteInputStream(data.data(), (unsigned)data.size(), true), true, in, out));
+    s->open(Stream::OM_READ);
+    return s;
+}
+
+std::string gunzip(const std::string& gz, unsigned in = 16384, unsigned out = 16384, unsigned chunk = 65536) {
+    auto s = opened<GZIPInputStream>(gz, in, out);
+    std::string text = readAll(*s, chunk);
+    EXPECT_TRUE(s->eof() && !s->hasError() && s->tell() == text.size());
+    return text;
+}
+
+// The message of the E thrown by f, or "" when none was thrown.
+template <class E = IOException> std::string error(const std::function<void()>& f) {
+    try {
+        f();
+    } catch (const E& e) {
+        return e.getMessage();
+    }
+    return "";
+}
+
+struct CompressionTools : ::testing::Test {
+    std::filesystem::path mDir;
+    void SetUp() override {
+        char tmpl[] = "/tmp/tmain_compress_XXXXXX";
+        ASSERT_NE(mkdtemp(tmpl), nullptr);
+        mDir = tmpl;
+    }
+    void TearDown() override { std::filesystem::remove_all(mDir); }
+    // A missing tool skips the test, except under CI=true where it fails it.
+    bool need(const std::string& tools) {
+        if (std::system(("for t in " + tools + "; do command -v $t >/dev/null || exit 1; done").c_str()) == 0)
+            return true;
+        const char* ci = getenv("CI");
+        if (ci && std::string(ci) == "true")
+            ADD_FAILURE() << "required under CI=true: " << tools;
+        return false;
+    }
+    std::string sh(const std::string& cmd, const char* outFile) {
+        EXPECT_EQ(std::system(("cd " + mDir.string() + " && " + cmd).c_str()), 0) << cmd;
+        std::ifstream f(mDir / outFile, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(f), {});
+    }
+    void save(const char* name, const std::string& data) {
+        std::ofstream(mDir / name, std::ios::binary) << data;
+    }
+};
+
+#define NEED(tools)                                                                                          \
+    if (!need(tools))                                                                                        \
+    GTEST_SKIP() << tools << " not installed"
+
+} // namespace
+
+TEST_F(CompressionTools, GzipFilesMembersAndSeeking) {
+    NEED("gzip");
+    const std::string text = makeText(300000, 1), small = makeText(777, 2);
+    save("data.txt", text);
+    save("small.txt", small);
+    save("empty.txt", "");
+    const std::string fast = sh("gzip -1 -n -c data.txt > a.gz", "a.gz");
+    const std::string named = sh("gzip -9 -N -c data.txt > b.gz", "b.gz");
+    const std::string empty = sh("gzip -c empty.txt > e.gz", "e.gz");
+    const std::string three = sh("gzip -c small.txt > s.gz && cat a.gz e.gz s.gz > 3.gz", "3.gz");
+    ASSERT_TRUE((fast[3] & 0x08) == 0 && (named[3] & 0x08) != 0); // only -N stores the name
+    EXPECT_EQ(gunzip(fast), text);
+    EXPECT_EQ(gunzip(named, 7, 13, 4093), text);
+    EXPECT_EQ(gunzip(named, 65536, 65536, 1 << 20), text);
+    EXPECT_EQ(gunzip(empty), "");
+    EXPECT_EQ(gunzip(three, 100, 1000, 999), text + small);
+    for (bool avail : {true, false}) { // every raw byte in its own source read
+        GZIPInputStream in(new Trickle(three, 1, avail), true, 64, 64);
+        in.open(Stream::OM_READ);
+        EXPECT_EQ(readAll(in, 5000), text + small);
+    }
+    GZIPInputStream file(new FileInputStream((mDir / "3.gz").c_str()), true); // opens and closes the file
+    file.open(Stream::OM_READ | Stream::OM_BINARY);
+    EXPECT_EQ(readAll(file, 1000), text + small);
+    file.close();
+    EXPECT_FALSE(file.getSource()->isOpen());
+    auto in = opened<GZIPInputStream>(three, 256, 256);
+    std::string buf(text.size() + 10, '\0'); // one read spanning three members
+    ASSERT_EQ(in->read(&buf[0], 1, (unsigned)buf.size()), buf.size());
+    EXPECT_EQ(buf, text + small.substr(0, 10));
+    in->seek(-(int)text.size(), Stream::SM_CURRENT); // back into the first member
+    EXPECT_EQ(readAll(*in), text.substr(10) + small);
+}
+
+TEST_F(CompressionTools, ZlibFormatWithPythonAndPigz) {
+    NEED("python3 pigz");
+    const std::string text = makeText(200000, 3);
+    save("data.txt", text);
+    const char* python = "python3 -c 'import zlib,sys; sys.stdout.buffer.write(zlib.";
+    for (std::string cmd : {std::string(python) + "compress(sys.stdin.buffer.read(), 9))' <data.txt >o",
+                            std::string("pigz -z -c data.txt > o")}) {
+        DeflateInputStream in(new Trickle(sh(cmd, "o"), 4096), true, 1000, 3000);
+        in.open(Stream::OM_READ);
+        EXPECT_EQ(readAll(in, 2500), text) << cmd;
+        EXPECT_TRUE(in.eof());
+    }
+    for (int level : {-1, 0, 1, 9}) {
+        save("ours.z", deflated(text, level, 100));
+        EXPECT_EQ(sh(python + std::string("decompress(sys.stdin.buffer.read()))' <ours.z >py"), "py"), text);
+        EXPECT_EQ(sh("pigz -dz -c ours.z > pigz.out", "pigz.out"), text);
+    }
+}
+
+TEST(Compression, TypedRoundTripAndFlush) {
+    Sink sink;
+    DeflateOutputStream out(&sink, 6, 64);
+    out.open(Stream::OM_WRITE);
+    ASSERT_TRUE(out.write((int)-2) && out.write(std::string("typed")));
+    out.flush(); // what was written so far can be read at once
+    DeflateInputStream part(new Trickle(sink.mData, 1 << 20), true);
+    part.open(Stream::OM_READ);
+    EXPECT_EQ(readAll(part), std::string("\xfe\xff\xff\xff\x05\0\0\0typed", 13));
+    ASSERT_TRUE(out.write(std::string("more")));
+    out.close();
+    auto in = opened<DeflateInputStream>(sink.mData);
+    int i = 0;
+    std::string a, b;
+    EXPECT_TRUE(in->read(i) && in->read(a) && in->read(b) && !in->read(i));
+    EXPECT_TRUE(i == -2 && a == "typed" && b == "more" && in->eof());
+}
+
+TEST_F(CompressionTools, HostileGzip) {
+    NEED("gzip");
+    const std::string text = makeText(5000, 5);
+    save("t.txt", text);
+    const std::string gz = sh("gzip -n -c t.txt > t.gz", "t.gz"), body = gz.substr(10);
+    // Every optional field: extra (3 bytes), name, comment, header CRC.
+    const std::string head("\x1f\x8b\x08\x1e"
+                           "\1\2\3\4\0\3"
+                           "\3\0xyz"
+                           "n.txt\0"
+                           "hi\0"
+                           "\xAA\xBB",
+                           26);
+    EXPECT_EQ(gunzip(head + body), text);
+    for (size_t cut = 0; cut <= head.size(); ++cut)
+        EXPECT_EQ(error([&] { gunzip(head.substr(0, cut)); }),
+                  cut < 2    ? "Invalid gzip stream (unable to read magic number)"
+                  : cut == 2 ? "Invalid gzip stream (unable to read method)"
+                  : cut == 3 ? "Invalid gzip stream (unable to read flags)"
+                  : cut < 10 ? "Invalid zgip stream (unable to skip xflags and OS code)"
+                  : cut < 26 ? "Invalid gzip stream (unable to skip HEAD_CRC)"
+                             : "Invalid gzip stream: eof met right after header")
+            << "cut at " << cut;
+    auto fails = [](const std::string& gz) { return error([&] { gunzip(gz); }); };
+    EXPECT_EQ(fails("PK\3\4" + body), "Invalid gzip stream (wrong magic number 504B)");
+    EXPECT_EQ(fails("\x1f\x8b\x07" + gz.substr(3)), "Invalid gzip stream (wrong method 7)");
+    EXPECT_EQ(fails(gz.substr(0, 3) + "\x20" + gz.substr(4)), "Invalid gzip stream (wrong method 8)");
+    EXPECT_EQ(fails(std::string("\x1f\x8b\x08\x08\0\0\0\0\0\3unterminated", 22)),
+              "Invalid gzip stream: eof met right after header");
+    EXPECT_EQ(fails(gz.substr(0, gz.size() - 6)), "gzip error: unable to read CRC");
+
+    std::string bad = gz;
+    bad[bad.size() - 7] ^= 0x10;
+    auto le32 = [](const std::string& s) {
+        const unsigned char* p = (const unsigned char*)s.data() + s.size() - 8;
+        return p[0] | p[1] << 8 | p[2] << 16 | (unsigned)p[3] << 24;
+    };
+    auto crc = opened<GZIPInputStream>(bad);
+    EXPECT_EQ(error([&] { readAll(*crc); }),
+              ::core::formatMessagef("gzip error: CRC missmatch (%X != %X)", le32(bad), le32(gz)));
+    EXPECT_TRUE(crc->hasError());
+
+    auto in = opened<GZIPInputStream>(gz + "garbage!");
+    std::string buf(text.size() + 100, '\0');
+    ASSERT_EQ(in->read(&buf[0], 1, (unsigned)buf.size()), text.size()); // the member's bytes still come
+    EXPECT_FALSE(in->eof());
+    EXPECT_EQ(error([&] { in->read(&buf[0], 1, 1); }), "Invalid gzip stream (wrong magic number 6761)");
+}
+
+TEST(Compression, CutAndCorruptStreamsEnd) {
+    const std::string text = makeText(100000, 6), z = deflated(text, 9, 4096);
+    std::mt19937 rng(7);
+    int detected = 0;
+    const logging::Level level = logging::Logger::mROOT_LOGGER.getLevel();
+    logging::Logger::mROOT_LOGGER.setLevel(logging::LEVEL_ERROR); // the faults are logged as warnings
+    for (int round = 0; round < 60; ++round) {
+        std::string data = z;
+        if (round % 2)
+            data.resize(2 + rng() % (z.size() - 2));
+        else
+            data[2 + rng() % (z.size() - 2)] ^= (char)(1 + rng() % 255);
+        DeflateInputStream in(new Trickle(data, 1 + rng() % 5000), true, 512, 512);
+        in.open(Stream::OM_READ);
+        std::string got = readAll(in, 1 + rng() % 3000); // what it could, then 0
+        EXPECT_TRUE(in.eof());
+        if (round % 2)
+            EXPECT_EQ(got, text.substr(0, got.size()));
+        else
+            detected += in.hasError();
+    }
+    logging::Logger::mROOT_LOGGER.setLevel(level);
+    EXPECT_GT(detected, 20);
+}
+
+TEST(Compression, BufferingSeekAndMisuse) {
+    const std::string text = makeText(50000, 8), z = deflated(text, 6, 512);
+    DeflateInputStream in(new ByteInputStream(z.data(), (unsigned)z.size(), false), true, 4096, 1024);
+    std::string buf(10000, '\0');
+    EXPECT_EQ(error<IllegalState>([&] { in.read(&buf[0], 1, 1); }), "DeflateInputStream not open");
+    in.open(Stream::OM_READ);
+    EXPECT_EQ(error<IllegalState>([&] { in.open(Stream::OM_READ); }), "Deflate Stream already opened!");
+    ASSERT_EQ(in.read(&buf[0], 1, 10), 10u);
+    EXPECT_EQ(in.available(), 1014u);              // the surplus of a small request waits
+    ASSERT_EQ(in.read(&buf[0], 1, 10000), 10000u); // a large one is served in one call
+    EXPECT_EQ(buf, text.substr(10, 10000));
+    in.seek(100, Stream::SM_CURRENT);
+    in.bookMark();
+    in.seek(5, Stream::SM_BEGIN); // backwards: restarts on the rewindable source
+    ASSERT_TRUE(in.read(&buf[0], 5));
+    EXPECT_EQ(buf.substr(0, 5), text.substr(5, 5));
+    in.rewind();
+    EXPECT_EQ(in.tell(), 10110u);
+    EXPECT_EQ(readAll(in), text.substr(10110));
+    EXPECT_EQ(error([&] { in.seek(-1, Stream::SM_BEGIN); }), "DeflateInputStream: invalid seek target -1");
+    EXPECT_EQ(error<Unsupported>([&] { in.seek(0, Stream::SM_END); }),
+              "DeflateInputStream: unsupported seek mode (SM_END)");
+    EXPECT_EQ(error<Unsupported>([&] { in.readLine(&buf[0], 10, '\n'); }), "DeflateInputStream::readLine");
+    EXPECT_EQ(error<Unsupported>([&] { in.getSTLStream(); }),
+              "Can't provide a valid istream for DeflateInputStream instances");
+    DeflateInputStream once(new Trickle(z, 100), true);
+    once.open(Stream::OM_READ);
+    once.seek(20, Stream::SM_BEGIN);
+    EXPECT_EQ(error([&] { once.seek(10, Stream::SM_BEGIN); }),
+              "DeflateInputStream: cannot seek backwards, the source stream cannot report its position");
+    GZIPInputStream gz(new ByteInputStream("", 0, false), true);
+    EXPECT_EQ(error<IllegalState>([&] { gz.read(&buf[0], 1, 1); }), "gzip stream not opened");
+
+    Sink sink, tiny(10);
+    DeflateOutputStream out(&sink, 12, 64), shortWrite(&tiny, 1, 64);
+    EXPECT_EQ(error([&] { out.open(Stream::OM_WRITE); }),
+              "Unable to open Delflate stream for output: stream error (FFFFFFFE)!");
+    EXPECT_EQ(error<IllegalState>([&] { out.write("x", 1, 1); }), "DeflateOutputStream not open");
+    EXPECT_EQ(error<IllegalState>([&] { out.flush(); }),
+              "Deflate stream not yet opened for output. Unable to flush.");
+    EXPECT_EQ(error<Unsupported>([&] { out.getSTLStream(); }),
+              "Can't provide a valid ostream for DeflateOutputStream instances");
+    shortWrite.open(Stream::OM_WRITE);
+    EXPECT_EQ(error<IllegalState>([&] { shortWrite.open(Stream::OM_WRITE); }),
+              "Deflate Stream already opened!");
+    EXPECT_EQ(error([&] {
+                  for (int i = 0; i < 100; ++i) // until the deflater emits its first block
+                      shortWrite.write(text.data(), 1, (unsigned)text.size());
+              }),
+              "Error during deflate compression. Write operation failed");
+    EXPECT_EQ(error([&] { shortWrite.close(); }),
+              "Error during deflate compression. Closing operation failed.");
+    EXPECT_FALSE(shortWrite.isOpen() || tiny.isOpen());
+}

@@ -1,0 +1,279 @@
+#include <gtest/gtest.h>
+#include <tmain/stream/ByteInputStream.h>
+#include <tmain/stream/ByteOutputStream.h>
+#include <tmain/stream/IOException.h>
+#include <tmain/stream/STLInputStream.h>
+#include <tmain/stream/STLOutputStream.h>
+#include <tmain/stream/Utils.h>
+
+#include <cstring>
+#include <memory>
+#include <string>
+
+using namespace tarso::stream;
+using tarso::platform::ENDIAN_BIG;
+using tarso::platform::ENDIAN_LITTLE;
+
+namespace {
+
+std::string bytesOf(const ByteOutputStream& out) {
+    return std::string(reinterpret_cast<const char*>(out.getBytes()), out.getSize());
+}
+
+template <class E, class F> std::string messageOf(F f) {
+    try {
+        f();
+    } catch (const E& e) {
+        return e.getMessage();
+    }
+    return "<no exception>";
+}
+
+// Neither seek nor tell is overridden: both must report the shared text.
+class NoPosition : public OutputStream {
+public:
+    void open(EOpenMode) override {}
+    void close() override {}
+    bool isOpen() const override { return true; }
+    bool hasError() const override { return false; }
+    using OutputStream::write;
+    unsigned write(const void*, unsigned size, unsigned count) override { return size * count; }
+    void flush() override {}
+    std::ostream* getSTLStream() override { return nullptr; }
+};
+
+TEST(StreamContract, TypedValuesInBothByteOrders) {
+    for (auto order : {ENDIAN_LITTLE, ENDIAN_BIG}) {
+        ByteOutputStream out;
+        out.open(Stream::OM_WRITE);
+        out.setEndianness(order);
+        const short shorts[2] = {0x0102, -2};
+        const int ints[2] = {7, -7};
+        const float floats[1] = {-2.5f};
+        ASSERT_TRUE(out.write(1) && out.write(1.0f) && out.write((short)0x0A0B) && out.write(123456789L) &&
+                    out.write(true) && out.write(std::string("hey")) && out.write(shorts, 2) &&
+                    out.write(ints, 2) && out.write(floats, 1) && out.write(0xFFFFFFFFu));
+        std::string b = bytesOf(out);
+        bool big = order == ENDIAN_BIG;
+        EXPECT_EQ(big ? std::string("\0\0\0\1", 4) : std::string("\1\0\0\0", 4), b.substr(0, 4));
+        EXPECT_EQ(std::string("\0\0\x80\x3F", 4), b.substr(4, 4)) << "floats are never swapped";
+        EXPECT_EQ(big ? "\x0A\x0B" : "\x0B\x0A", b.substr(8, 2));
+        EXPECT_EQ(big ? std::string("\0\0\0\3hey", 7) : std::string("\3\0\0\0hey", 7), b.substr(15, 7));
+        EXPECT_EQ(std::string("\0\0\x20\xC0", 4), b.substr(34, 4));
+        ASSERT_EQ(42u, b.size());
+
+        ByteInputStream in(out.getBytes(), out.getSize(), false);
+        in.setEndianness(order);
+        int i = 0;
+        float f = 0;
+        short s = 0;
+        long l = 0;
+        bool flag = false;
+        std::string str;
+        short s2[2] = {};
+        int i2[2] = {};
+        float f1[1] = {};
+        unsigned u = 0;
+        ASSERT_TRUE(in.read(i) && in.read(f) && in.read(s) && in.read(l) && in.read(flag) && in.read(str) &&
+                    in.read(s2, 2) && in.read(i2, 2) && in.read(f1, 1) && in.read(u));
+        EXPECT_EQ(1, i);
+        EXPECT_EQ(1.0f, f);
+        EXPECT_EQ(0x0A0B, s);
+        EXPECT_EQ(123456789L, l);
+        EXPECT_TRUE(flag);
+        EXPECT_EQ("hey", str);
+        EXPECT_EQ(-2, s2[1]);
+        EXPECT_EQ(-7, i2[1]);
+        EXPECT_EQ(-2.5f, f1[0]);
+        EXPECT_EQ(0xFFFFFFFFu, u);
+        EXPECT_FALSE(in.read(i)) << "nothing left";
+    }
+    // A length prefix larger than the data fails without allocating it.
+    ByteInputStream huge("\xFF\xFF\xFF\x7F"
+                         "abc",
+                         7, false);
+    std::string s;
+    EXPECT_FALSE(huge.read(s));
+    EXPECT_EQ("abc", s);
+}
+
+TEST(StreamContract, BookmarksNestAndDefaultPositionMessages) {
+    ByteInputStream in("0123456789", 10, false);
+    EXPECT_EQ("Cannot rewind. No bookmarks defined yet.",
+              messageOf<core::IllegalStateException>([&] { in.rewind(); }));
+    in.seek(2, Stream::SM_BEGIN);
+    in.bookMark();
+    in.seek(5, Stream::SM_BEGIN);
+    in.bookMark();
+    in.seek(9, Stream::SM_BEGIN);
+    EXPECT_EQ(2u, in.getBookmarkCount());
+    in.rewind();
+    EXPECT_EQ(5u, in.tell());
+    in.rewind();
+    EXPECT_EQ(2u, in.tell());
+    EXPECT_THROW(in.rewind(), core::IllegalStateException);
+
+    NoPosition np;
+    EXPECT_EQ("Stream::tell() not supported",
+              messageOf<core::UnsupportedOperationException>([&] { np.tell(); }));
+    EXPECT_EQ("Stream::tell() not supported",
+              messageOf<core::UnsupportedOperationException>([&] { np.seek(0, Stream::SM_BEGIN); }));
+    EXPECT_THROW(np.bookMark(), core::UnsupportedOperationException);
+}
+
+TEST(StreamContract, UtilsCountsAndChecks) {
+    ByteOutputStream out;
+    out.open(Stream::OM_WRITE);
+    out.setEndianness(ENDIAN_BIG);
+    const int ints[3] = {1, 2, 3};
+    const float floats[2] = {1.0f, 2.0f};
+    ASSERT_TRUE(Utils::write("abcd", 4, &out) && Utils::write(ints, 3, &out) &&
+                Utils::write(floats, 2, &out) && Utils::write(std::string("xy"), &out));
+    std::string b = bytesOf(out);
+    EXPECT_EQ(std::string("\0\0\0\4abcd\0\0\0\3\0\0\0\1", 16), b.substr(0, 16));
+    EXPECT_EQ(std::string("\0\0\0\2\0\0\x80\x3F", 8), b.substr(24, 8));
+
+    ByteInputStream in(out.getBytes(), out.getSize(), false);
+    in.setEndianness(ENDIAN_BIG);
+    char chars[8];
+    memset(chars, 'X', sizeof(chars));
+    EXPECT_FALSE(Utils::read(chars, 3, &in)) << "stored count 4 differs though 3 is smaller";
+    in.seek(0, Stream::SM_BEGIN);
+    EXPECT_FALSE(Utils::read(chars, 5, &in));
+    in.seek(0, Stream::SM_BEGIN);
+    int readInts[3] = {};
+    float readFloats[2] = {};
+    std::string s;
+    ASSERT_TRUE(Utils::read(chars, 4, &in) && Utils::read(readInts, 3, &in) &&
+                Utils::read(readFloats, 2, &in) && Utils::read(s, &in));
+    EXPECT_EQ("abcdX", std::string(chars, 5)) << "no terminator added";
+    EXPECT_EQ(3, readInts[2]);
+    EXPECT_EQ(2.0f, readFloats[1]);
+    EXPECT_EQ("xy", s);
+    EXPECT_FALSE(Utils::read(readInts, 3, &in)) << "at the end";
+
+    const void* obj = reinterpret_cast<const void*>(0x1234ABCD);
+    const void* small = reinterpret_cast<const void*>(0xAB);
+    EXPECT_NO_THROW(Utils::checkWrite(true, obj, "f"));
+    EXPECT_NO_THROW(Utils::checkRead(true, obj, nullptr));
+    EXPECT_EQ("Error serializing object [@1234ABCD]: name",
+              messageOf<IOException>([&] { Utils::checkWrite(false, obj, "name"); }));
+    EXPECT_EQ("Error serializing object [@      AB]",
+              messageOf<IOException>([&] { Utils::checkWrite(false, small, nullptr); }));
+    EXPECT_EQ("Error deserializing object [1234ABCD]: name",
+              messageOf<IOException>([&] { Utils::checkRead(false, obj, "name"); }));
+    EXPECT_EQ("Error deserializing object [@1234ABCD]",
+              messageOf<IOException>([&] { Utils::checkRead(false, obj, nullptr); }));
+}
+
+TEST(StreamContract, ExceptionsKeepTypeAndMessages) {
+    EXPECT_STREQ("timeout", TimeoutException().getMessage());
+    EXPECT_STREQ("connect-timeout", ConnectTimeoutException().getMessage());
+    EXPECT_STREQ("read-timeout", ReadTimeoutException(nullptr).getMessage());
+    EXPECT_STREQ("write-timeout", WriteTimeoutException().getMessage());
+    EXPECT_STREQ("after 5 s", ReadTimeoutException("after %d s", 5).getMessage());
+    EXPECT_STREQ("tarso::stream::IOException", IOException::TYPE.getName());
+    EXPECT_STREQ("tarso::stream::WriteTimeoutException", WriteTimeoutException::type().getName());
+    EXPECT_TRUE(ConnectTimeoutException().instanceOf(IOException::TYPE));
+    EXPECT_FALSE(StreamAbortedException("x").instanceOf(TimeoutException::TYPE));
+
+    // A long formatted message is truncated at the format's length plus 1024.
+    std::string longArg(3000, 'z');
+    EXPECT_EQ(std::strlen("long %s") + 1023,
+              std::strlen(IOException("long %s", longArg.c_str()).getMessage()));
+
+    IOException cause("disk %s", "gone");
+    StreamAbortedException aborted("aborted", &cause);
+    ASSERT_NE(nullptr, aborted.getCause());
+    EXPECT_STREQ("disk gone", aborted.getCause()->getMessage());
+
+    std::unique_ptr<core::Exception> clone(ReadTimeoutException("late").clone());
+    EXPECT_STREQ("tarso::stream::ReadTimeoutException", clone->getType().getName());
+    try {
+        clone->rethrow();
+        FAIL();
+    } catch (const ReadTimeoutException& e) {
+        EXPECT_STREQ("late", e.getMessage());
+    }
+    std::unique_ptr<core::Exception> abortedClone(aborted.clone());
+    EXPECT_STREQ("disk gone", abortedClone->getCause()->getMessage());
+    try {
+        static_cast<const IOException&>(*abortedClone).throwSame();
+        FAIL();
+    } catch (const StreamAbortedException&) {
+        FAIL() << "throwSame throws an IOException copy";
+    } catch (const IOException& e) {
+        EXPECT_STREQ("aborted", e.getMessage());
+        EXPECT_STREQ("tarso::stream::IOException", e.getType().getName());
+    }
+}
+
+// Minimal adapters: the STL side is the lead's code under test here.
+class StringSource : public STLInputStream {
+public:
+    StringSource(std::string data, unsigned bufferSize)
+        : STLInputStream(bufferSize), mData(std::move(data)) {}
+    void open(EOpenMode) override {}
+    bool isOpen() const override { return true; }
+    bool hasError() const override { return false; }
+    unsigned available() const override { return (unsigned)(mData.size() - mPos); }
+    using InputStream::read;
+    unsigned read(void* b, unsigned size, unsigned count) override {
+        size_t n = std::min<size_t>((size_t)size * count, mData.size() - mPos);
+        memcpy(b, mData.data() + mPos, n);
+        mPos += n;
+        ++mReads;
+        return (unsigned)n;
+    }
+    unsigned readLine(char*, int, char) override { return 0; }
+    bool eof() const override { return mPos == mData.size(); }
+    std::string mData;
+    size_t mPos = 0;
+    int mReads = 0;
+};
+
+class StringSink : public STLOutputStream {
+public:
+    explicit StringSink(unsigned bufferSize) : STLOutputStream(bufferSize) {}
+    void open(EOpenMode) override {}
+    bool isOpen() const override { return true; }
+    bool hasError() const override { return false; }
+    using OutputStream::write;
+    unsigned write(const void* b, unsigned size, unsigned count) override {
+        mData.append(static_cast<const char*>(b), (size_t)size * count);
+        return size * count;
+    }
+    void flush() override {}
+    std::string mData;
+};
+
+TEST(StreamContract, STLAdaptersRoundTrip) {
+    StringSink sink(4);
+    std::ostream* os = sink.getSTLStream();
+    EXPECT_EQ(os, sink.getSTLStream());
+    *os << "alpha " << 12345 << ' ' << 2.5 << "\nline two";
+    EXPECT_EQ("alpha 12345 2.5\nline", sink.mData) << "only full 4-byte buffers reach the sink";
+    os->flush();
+    EXPECT_EQ("alpha 12345 2.5\nline two", sink.mData);
+    *os << "!";
+    sink.close();
+    EXPECT_EQ("alpha 12345 2.5\nline two!", sink.mData) << "close writes what is buffered";
+
+    StringSource source(sink.mData, 3);
+    std::istream* is = source.getSTLStream();
+    EXPECT_EQ(is, source.getSTLStream());
+    std::string word, line;
+    int n = 0;
+    double d = 0;
+    *is >> word >> n >> d;
+    is->ignore(1);
+    std::getline(*is, line);
+    EXPECT_EQ("alpha", word);
+    EXPECT_EQ(12345, n);
+    EXPECT_EQ(2.5, d);
+    EXPECT_EQ("line two!", line);
+    EXPECT_TRUE(is->eof());
+    EXPECT_EQ(9, source.mReads) << "25 bytes in refills of 3, none after the end";
+}
+
+} // namespace
