@@ -3,6 +3,7 @@
 #include <map>
 #include <mutex>
 #include <tmain/core/NamedObject.h>
+#include <tmain/vfs/CacheMap.h>
 
 namespace tarso {
 namespace core {
@@ -41,6 +42,7 @@ ObjectRegistry::Creator ObjectRegistry::creatorOf(const ::core::Type* type) {
 // data of its own) but instantiable, so streams that contain one read back.
 TMAIN_REGISTER_CREATABLE(Object);
 TMAIN_REGISTER_CREATABLE(NamedObject);
+TMAIN_REGISTER_CREATABLE(vfs::CacheMap);
 
 } // namespace core
 } // namespace tarso

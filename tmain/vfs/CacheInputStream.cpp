@@ -1,0 +1,175 @@
+#include <tmain/vfs/CacheInputStream.h>
+
+#include <cstring>
+#include <tmain/foundation/Exception.h>
+#include <tmain/stream/IOException.h>
+#include <tmain/vfs/CacheFile.h>
+#include <tmain/vfs/SharedCacheInfo.h>
+
+namespace tarso {
+namespace stream {
+
+CacheInputStream::CacheInputStream(vfs::CacheFile* file)
+    : FileInputStream(file->getAbsolutePath(), 4096), mFile(file), mInfo(file->getCacheInfo()), mPosition(0),
+      mSourcePosition(0), mFileSize(file->getSize()), mOpen(false), mError(false) {
+    if (!mInfo)
+        throw ::core::IllegalStateException("CacheInputStream: no shared cache info for '%s'",
+                                            file->getPath());
+}
+
+CacheInputStream::~CacheInputStream() {
+    close();
+}
+
+void CacheInputStream::open(EOpenMode) {
+    if (mOpen)
+        throw ::core::IllegalStateException("File '%s' is already open", mFile->getPath());
+    mOpen = true;
+    mPosition = 0;
+}
+
+void CacheInputStream::close() {
+    mSTLStream.reset();
+    mSTLBuffer.reset();
+    if (mSourceStream) {
+        try {
+            mSourceStream->close();
+        } catch (const ::core::Exception&) {
+            // closing a failed source changes nothing for us
+        }
+        mSourceStream.reset();
+    }
+    mOpen = false;
+}
+
+void CacheInputStream::seek(int offset, ESeekMode mode) {
+    long long target;
+    switch (mode) {
+    case SM_BEGIN:
+        target = offset;
+        break;
+    case SM_CURRENT:
+        target = (long long)mPosition + offset;
+        break;
+    case SM_END:
+        target = (long long)mFileSize - offset;
+        break;
+    default:
+        throw ::core::IllegalArgumentException("CacheInputStream: invalid seek mode %d", (int)mode);
+    }
+    if (target < 0)
+        target = 0;
+    if (target > (long long)mFileSize)
+        target = mFileSize;
+    mPosition = (unsigned)target;
+}
+
+unsigned CacheInputStream::available() const {
+    return mPosition < mFileSize ? mFileSize - mPosition : 0;
+}
+
+unsigned CacheInputStream::fetch(unsigned position, unsigned char* target, unsigned length) {
+    if (!mSourceStream) {
+        mSourceStream.reset(mFile->getSource()->getInputStream());
+        mSourceStream->open(OM_READ | OM_BINARY);
+        mSourcePosition = 0;
+    }
+    if (mSourcePosition != position) {
+        mSourceStream->seek((int)position, SM_BEGIN);
+        mSourcePosition = position;
+    }
+    unsigned got = 0;
+    while (got < length) {
+        unsigned n = mSourceStream->read(target + got, 1, length - got);
+        if (n == 0)
+            break;
+        got += n;
+        mSourcePosition += n;
+    }
+    if (got == 0) {
+        mError = true;
+        throw IOException("CacheInputStream: source of '%s' ended at offset %u of %u", mFile->getPath(),
+                          position, mFileSize);
+    }
+    return got;
+}
+
+unsigned CacheInputStream::read(void* buffer, unsigned size, unsigned count) {
+    if (!mOpen)
+        throw ::core::IllegalStateException("File '%s' not yet opened", mFile->getPath());
+    unsigned long long asked = (unsigned long long)size * count;
+    ::core::Lock lock(mInfo->getCS());
+    if (mPosition >= mFileSize || asked == 0)
+        return 0;
+    unsigned request = (unsigned)std::min<unsigned long long>(asked, mFileSize - mPosition);
+    unsigned char* out = static_cast<unsigned char*>(buffer);
+    const unsigned bufferSize = mInfo->getBufferSize();
+    unsigned delivered = 0;
+    while (delivered < request) {
+        const unsigned pos = mPosition + delivered;
+        const unsigned want = request - delivered;
+        // The last fetch is still in the transfer buffer.
+        if (mInfo->mBufferLength && pos >= mInfo->mBufferStart &&
+            pos - mInfo->mBufferStart < mInfo->mBufferLength) {
+            unsigned n = std::min(want, mInfo->mBufferLength - (pos - mInfo->mBufferStart));
+            memcpy(out + delivered, mInfo->getBuffer() + (pos - mInfo->mBufferStart), n);
+            delivered += n;
+            continue;
+        }
+        if (const vfs::CacheMapEntry* e = mInfo->getCacheEntry(pos, 1)) {
+            unsigned n = std::min(want, e->getEnd() - pos + 1);
+            if (!mInfo->readLocal(pos, out + delivered, n)) {
+                mError = true;
+                throw IOException("CacheInputStream: unable to read cached data of '%s'", mFile->getPath());
+            }
+            delivered += n;
+            continue;
+        }
+        // Fetch only the gap up to the next present range: no byte twice.
+        const unsigned gap = mInfo->nextCachedStart(pos) - pos;
+        if (want >= bufferSize) {
+            unsigned got = fetch(pos, out + delivered, std::min(want, gap));
+            mInfo->storeFetched(pos, out + delivered, got);
+            delivered += got;
+        } else {
+            // Small reads fetch a whole buffer ahead.
+            unsigned got = fetch(pos, mInfo->getBuffer(), std::min(bufferSize, gap));
+            mInfo->mBufferStart = pos;
+            mInfo->mBufferLength = 0;
+            mInfo->storeFetched(pos, mInfo->getBuffer(), got);
+            mInfo->mBufferLength = got;
+            unsigned n = std::min(want, got);
+            memcpy(out + delivered, mInfo->getBuffer(), n);
+            delivered += n;
+        }
+    }
+    mPosition += delivered;
+    if (!mInfo->isCompleted() && mInfo->getMap().getCachedSize() == mInfo->getSize())
+        mInfo->checkFileCompleted();
+    return delivered;
+}
+
+unsigned CacheInputStream::readLine(char* buffer, int capacity, char delimiter) {
+    if (capacity <= 0)
+        return 0;
+    unsigned stored = 0;
+    char c;
+    while ((int)stored < capacity - 1 && read(&c, 1, 1) == 1) {
+        if (c == delimiter)
+            break;
+        buffer[stored++] = c;
+    }
+    buffer[stored] = 0;
+    return stored;
+}
+
+std::istream* CacheInputStream::getSTLStream() {
+    if (!mSTLStream) {
+        mSTLBuffer.reset(new STLInputStreamBuffer(this, 4096));
+        mSTLStream.reset(new std::istream(mSTLBuffer.get()));
+    }
+    return mSTLStream.get();
+}
+
+} // namespace stream
+} // namespace tarso

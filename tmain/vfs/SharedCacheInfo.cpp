@@ -1,0 +1,220 @@
+#include <tmain/vfs/SharedCacheInfo.h>
+
+#include <tmain/core/Serializer.h>
+#include <tmain/foundation/Logger.h>
+#include <tmain/platform/FileOperations.h>
+#include <tmain/stream/FileOutputStream.h>
+#include <tmain/stream/IOException.h>
+#include <tmain/stream/InputStream.h>
+#include <tmain/stream/Utils.h>
+#include <tmain/vfs/CacheFileSystem.h>
+#include <tmain/vfs/File.h>
+
+namespace tarso {
+namespace vfs {
+
+using logging::Logger;
+using platform::FileOperations;
+using stream::Stream;
+
+namespace {
+// Seeks take an int; positions of files past 2 GiB go in two steps.
+void seekTo(Stream* s, unsigned position) {
+    if (position <= 0x7FFFFFFFu) {
+        s->seek((int)position, Stream::SM_BEGIN);
+    } else {
+        s->seek(0x7FFFFFFF, Stream::SM_BEGIN);
+        s->seek((int)(position - 0x7FFFFFFFu), Stream::SM_CURRENT);
+    }
+}
+} // namespace
+
+SharedCacheInfo::SharedCacheInfo(File* dataFile, unsigned size, __int64 lastModified, CacheFileSystem* owner,
+                                 ::core::CriticalSection* cs, unsigned bufferSize)
+    : mBufferStart(0), mBufferLength(0), mSize(size), mLastModified(lastModified), mOwner(owner), mCS(cs),
+      mDataPath(dataFile->getPath()), mBuffer(bufferSize ? bufferSize : 4096), mCompleted(false),
+      mMapDirty(false), mUsers(0) {
+    size_t cut = mDataPath.find(".tcache");
+    mCompletedPath =
+        cut == std::string::npos ? mDataPath : mDataPath.substr(0, cut) + mDataPath.substr(cut + 7);
+    mMapFile = owner->getLocalFileSystem()->create(CacheFileSystem::mapPath(mDataPath).c_str(), true);
+    ::core::Lock lock(*mCS);
+    openDataStream(!FileOperations::exists(dataFile->getAbsolutePath()));
+    ensureLocalFile();
+    ensureCacheMap();
+}
+
+SharedCacheInfo::~SharedCacheInfo() {
+    if (mOS && mOS->isOpen()) {
+        try {
+            mOS->close();
+        } catch (const ::core::Exception& e) {
+            Logger::mROOT_LOGGER.warn("SharedCacheInfo: closing '%s' failed", &e, mDataPath.c_str());
+        }
+    }
+}
+
+void SharedCacheInfo::openDataStream(bool create) {
+    std::string abs = mOwner->getLocalFileSystem()->getAbsolutePath(mDataPath.c_str());
+    if (!FileOperations::ensurePath(abs.c_str()))
+        throw stream::IOException("Unable to create directory for path");
+    mOS.reset(new stream::FileOutputStream(abs));
+    Stream::EOpenMode mode = Stream::OM_WRITE | Stream::OM_READ | Stream::OM_BINARY;
+    if (create)
+        mode = mode | Stream::OM_TRUNCATE;
+    mOS->open(mode);
+}
+
+void SharedCacheInfo::ensureLocalFile() {
+    std::string abs = mOwner->getLocalFileSystem()->getAbsolutePath(mDataPath.c_str());
+    __int64 actual = FileOperations::getSize(abs.c_str());
+    if (actual == (__int64)mSize)
+        return;
+    if (actual != 0) {
+        // A data file of another size belongs to another version of the
+        // source: start over with an empty file and an empty map.
+        mOS->close();
+        FileOperations::remove(abs.c_str(), 0);
+        openDataStream(true);
+        mMap.clear();
+        std::string mapAbs = mMapFile->getAbsolutePath();
+        if (FileOperations::exists(mapAbs.c_str()))
+            FileOperations::remove(mapAbs.c_str(), 0);
+    }
+    if (mSize > 0) {
+        // Pre-size the file: a sparse extension reads back as zeros, the same
+        // as writing them, without writing the whole size up front.
+        seekTo(mOS.get(), mSize - 1);
+        stream::Utils::checkWrite(mOS->write("\0", 1, 1) == 1, this, "SharedCacheInfo::ensureLocalFile");
+    }
+    mOS->flush();
+    mOS->seek(0, Stream::SM_BEGIN);
+}
+
+void SharedCacheInfo::ensureCacheMap() {
+    std::string mapAbs = mMapFile->getAbsolutePath();
+    if (!FileOperations::exists(mapAbs.c_str()))
+        return;
+    // A map is saved with the source's time; any other time means the map
+    // is stale (source changed) or was cut short by a crash.
+    if (FileOperations::getLastModTime(mapAbs.c_str()) != mLastModified) {
+        Logger::mROOT_LOGGER.info("Discarding stale cache map '%s'", mapAbs.c_str());
+        FileOperations::remove(mapAbs.c_str(), 0);
+        return;
+    }
+    try {
+        std::unique_ptr<stream::InputStream> in(mMapFile->getInputStream());
+        in->open(Stream::OM_READ | Stream::OM_BINARY);
+        core::Serializer serializer(nullptr);
+        mMap.deserialize(in.get(), &serializer);
+        in->close();
+    } catch (const ::core::Exception& e) {
+        Logger::mROOT_LOGGER.warn("Unable to read cache map '%s'; keeping what was read", &e, mapAbs.c_str());
+    }
+    // Only a sorted list of separate ranges inside the file can be trusted.
+    unsigned long long previousEnd = 0;
+    bool first = true;
+    for (const CacheMapEntry& e : mMap.getEntries()) {
+        unsigned long long end = (unsigned long long)e.mStart + e.mSize;
+        if (e.mSize == 0 || end > mSize || (!first && e.mStart <= previousEnd)) {
+            Logger::mROOT_LOGGER.warn("Cache map '%s' does not fit its data file; discarding it",
+                                      mapAbs.c_str());
+            mMap.clear();
+            break;
+        }
+        previousEnd = end;
+        first = false;
+    }
+}
+
+unsigned SharedCacheInfo::nextCachedStart(unsigned position) const {
+    for (const CacheMapEntry& e : mMap.getEntries())
+        if (e.mStart > position)
+            return e.mStart;
+    return mSize;
+}
+
+bool SharedCacheInfo::readLocal(unsigned position, void* buffer, unsigned length) {
+    seekTo(mOS.get(), position);
+    return mOS->read(buffer, 1, length) == length;
+}
+
+void SharedCacheInfo::storeFetched(unsigned position, const void* buffer, unsigned length) {
+    seekTo(mOS.get(), position);
+    stream::Utils::checkWrite(mOS->write(buffer, 1, length) == length, this,
+                              "CacheInputStream::read::write local data");
+    mMap.addEntry(position, length);
+    mMapDirty = true;
+}
+
+void SharedCacheInfo::saveMap() {
+    // The data goes to the system before the map claims it.
+    mOS->flush();
+    std::string mapAbs = mMapFile->getAbsolutePath();
+    {
+        std::unique_ptr<stream::OutputStream> out(mMapFile->getOutputStream());
+        out->open(Stream::OM_WRITE | Stream::OM_TRUNCATE | Stream::OM_BINARY);
+        core::Serializer serializer(nullptr);
+        mMap.serialize(out.get(), &serializer);
+        out->flush();
+        out->close();
+    }
+    FileOperations::setLastModTime(mapAbs.c_str(), mLastModified);
+    mMapDirty = false;
+}
+
+bool SharedCacheInfo::checkFileCompleted() {
+    ::core::Lock lock(*mCS);
+    if (mCompleted)
+        return true;
+    if (mMap.getCachedSize() != mSize) {
+        saveMap();
+        return false;
+    }
+    SimpleFileSystem* local = mOwner->getLocalFileSystem();
+    std::string dataAbs = local->getAbsolutePath(mDataPath.c_str());
+    std::string doneAbs = local->getAbsolutePath(mCompletedPath.c_str());
+    std::string mapAbs = mMapFile->getAbsolutePath();
+    bool wasOpen = mOS && mOS->isOpen();
+    if (wasOpen)
+        mOS->close();
+    if (FileOperations::exists(mapAbs.c_str()) && !FileOperations::remove(mapAbs.c_str(), 0))
+        Logger::mROOT_LOGGER.warn("Unable to remove local cache map file '%s'", mapAbs.c_str());
+    if (!FileOperations::rename(dataAbs.c_str(), doneAbs.c_str())) {
+        if (!FileOperations::exists(doneAbs.c_str())) {
+            Logger::mROOT_LOGGER.error("Unable to rename cached file from '%s' to '%s'", dataAbs.c_str(),
+                                       doneAbs.c_str());
+            if (wasOpen)
+                openDataStream(false);
+            mMapDirty = true;
+            return false;
+        }
+        // The complete file is already there: it counts, and the data file goes.
+        FileOperations::remove(dataAbs.c_str(), 0);
+    }
+    if (mLastModified != 0)
+        FileOperations::setLastModTime(doneAbs.c_str(), mLastModified);
+    if (wasOpen) {
+        mOS.reset(new stream::FileOutputStream(doneAbs));
+        mOS->open(Stream::OM_WRITE | Stream::OM_READ | Stream::OM_BINARY);
+    }
+    mCompleted = true;
+    mMapDirty = false;
+    mOwner->markChecked(mCompletedPath.c_str());
+    return true;
+}
+
+void SharedCacheInfo::finish() {
+    ::core::Lock lock(*mCS);
+    try {
+        if (!mCompleted && (mMapDirty || mMap.getCachedSize() == mSize))
+            checkFileCompleted();
+    } catch (const ::core::Exception& e) {
+        Logger::mROOT_LOGGER.error("Unable to save cache state of '%s'", &e, mDataPath.c_str());
+    }
+    if (mOS && mOS->isOpen())
+        mOS->close();
+}
+
+} // namespace vfs
+} // namespace tarso
