@@ -7,10 +7,10 @@ namespace core {
 Event::Event(bool manualReset, bool initiallySet) : mManualReset(manualReset), mSet(initiallySet) {}
 
 void Event::set() {
-    {
-        std::lock_guard<std::mutex> g(mMutex);
-        mSet = true;
-    }
+    // Notify while holding the lock: a waiter may destroy the event as soon as
+    // it wakes, so set() must be done with it by then.
+    std::lock_guard<std::mutex> g(mMutex);
+    mSet = true;
     if (mManualReset)
         mCond.notify_all();
     else
