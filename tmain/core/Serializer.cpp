@@ -23,6 +23,8 @@ using stream::Stream;
 
 const ::core::Type Serializer::TYPE("tarso::core::Serializer", &Object::TYPE);
 
+unsigned Serializer::sMaxNesting = 512;
+
 const Serializer::Version Serializer::VERSION_1_0_0_0 = {1, 0, 0, 0};
 const Serializer::Version Serializer::VERSION_1_0_0_1 = {1, 0, 0, 1};
 const Serializer::Version Serializer::VERSION_1_0_0_2 = {1, 0, 0, 2};
@@ -37,46 +39,6 @@ struct Depth {
     explicit Depth(unsigned& v) : d(v) { ++d; }
     ~Depth() { --d; }
 };
-
-// Where the last record of a read() began. Records of a sound stream are read
-// in stream order, so each one starts after the one before; a record that
-// starts at or before that point is being read again (a length that runs
-// backwards), which a hostile stream could repeat without end or make the
-// work grow exponentially with the nesting. Kept per thread and per read(),
-// since a serializer is used by one thread at a time.
-struct ReadScope {
-    const Serializer* owner;
-    const InputStream* stream;
-    bool started;
-    unsigned lastStart;
-    ReadScope* outer;
-    static thread_local ReadScope* tCurrent;
-
-    ReadScope(const Serializer* o, const InputStream* s)
-        : owner(o), stream(s), started(false), lastStart(0), outer(tCurrent) {
-        tCurrent = this;
-    }
-    ~ReadScope() { tCurrent = outer; }
-    ReadScope(const ReadScope&) = delete;
-    ReadScope& operator=(const ReadScope&) = delete;
-
-    static void checkRecordStart(const Serializer* owner, InputStream* in) {
-        for (ReadScope* s = tCurrent; s; s = s->outer) {
-            if (s->owner != owner)
-                continue;
-            if (s->stream != in)
-                return;
-            unsigned start = in->tell();
-            if (s->started && start <= s->lastStart)
-                throw stream::IOException("Object record at %8X read twice. Object stream read aborted",
-                                          start);
-            s->started = true;
-            s->lastStart = start;
-            return;
-        }
-    }
-};
-thread_local ReadScope* ReadScope::tCurrent = nullptr;
 
 // A ByteOutputStream cannot seek to its capacity, which is where the data ends
 // when the last write filled the block exactly. One spare byte grows the block
@@ -115,11 +77,13 @@ std::string Serializer::Version::toString() const {
 // ------------------------------------------------------------------ life cycle
 
 Serializer::Serializer(ObjectFactory<Object>* factory)
-    : mNextID(0), mFactory(factory), mTotalCount(0), mPathResolve(nullptr), mVersion{0, 0, 0, 0}, mDepth(0) {}
+    : mNextID(0), mFactory(factory), mTotalCount(0), mPathResolve(nullptr), mVersion{0, 0, 0, 0}, mDepth(0),
+      mScanStream(nullptr), mScanStarted(false), mScanLast(0) {}
 
 Serializer::Serializer(const Serializer& other)
     : Object(other), mNextID(0), mFactory(other.mFactory), mTotalCount(0), mPathResolve(nullptr),
-      mVersion(other.mVersion), mRootPath(other.mRootPath), mDepth(0) {
+      mVersion(other.mVersion), mRootPath(other.mRootPath), mDepth(0), mScanStream(nullptr),
+      mScanStarted(false), mScanLast(0) {
     for (Object* o : other.mObjects)
         addObject(o);
     if (other.mPathResolve)
@@ -273,6 +237,12 @@ void Serializer::writeObject(const Serializable* obj, OutputStream* out, bool re
         ++mTotalCount;
         return;
     }
+    // An object written unregistered that reaches itself again would recurse
+    // without end.
+    if (mDepth >= sMaxNesting)
+        throw stream::IOException("Object graph nested deeper than %u objects. Object stream write aborted",
+                                  sMaxNesting);
+    Depth depth(mDepth);
     id = (registerObject && obj) ? getNextOID(obj) : OID_INVALID;
     checkWrite(out->write("OCNT", 4), "OCNT");
     checkWrite(out->write(id), "ObjectID");
@@ -344,7 +314,27 @@ void Serializer::read(InputStream* in, bool withHeader) {
     }
     if (!in->isOpen())
         in->open(Stream::OM_READ | Stream::OM_BINARY);
-    ReadScope scope(this, in);
+    // Records of a sound stream are read in stream order, each starting after
+    // the one before; one that starts at or before that point is being read
+    // again (a length running backwards), which a hostile stream could repeat
+    // without end or make the work grow exponentially with the nesting.
+    struct ScanScope {
+        Serializer& s;
+        const InputStream* stream;
+        bool started;
+        unsigned last;
+        ScanScope(Serializer& ser, const InputStream* in)
+            : s(ser), stream(ser.mScanStream), started(ser.mScanStarted), last(ser.mScanLast) {
+            s.mScanStream = in;
+            s.mScanStarted = false;
+            s.mScanLast = 0;
+        }
+        ~ScanScope() {
+            s.mScanStream = stream;
+            s.mScanStarted = started;
+            s.mScanLast = last;
+        }
+    } scope(*this, in);
     unsigned kept = 0;
     for (unsigned i = 0; i < h.rootCount; ++i) {
         Serializable* s;
@@ -412,7 +402,13 @@ Serializable* Serializer::readObject(InputStream* in, Serializable* instance) {
 }
 
 Serializable* Serializer::readObject(InputStream* in, const ::core::Type& expected, Serializable* instance) {
-    ReadScope::checkRecordStart(this, in);
+    if (in == mScanStream) {
+        unsigned start = in->tell();
+        if (mScanStarted && start <= mScanLast)
+            throw stream::IOException("Object record at %8X read twice. Object stream read aborted", start);
+        mScanStarted = true;
+        mScanLast = start;
+    }
     char tag[5] = {0};
     checkRead(in->read(tag, 1, 4) == 4, "OCNT/OREF");
     if (memcmp(tag, "OREF", 4) == 0) {
@@ -441,9 +437,9 @@ Serializable* Serializer::readObject(InputStream* in, const ::core::Type& expect
     const unsigned p = in->tell();
     if (id == OID_INVALID && length == 0)
         return nullptr;
-    if (mDepth >= MAX_NESTING)
+    if (mDepth >= sMaxNesting)
         throw stream::IOException("Object stream nested deeper than %u objects. Object stream read aborted",
-                                  MAX_NESTING);
+                                  sMaxNesting);
     Depth depth(mDepth);
     char typeName[MAX_TYPE_NAME + 1];
     unsigned nameLength = 0;

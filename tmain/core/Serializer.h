@@ -104,9 +104,11 @@ public:
     unsigned getTotalObjectCount() const { return mTotalCount; }
     ObjectFactory<Object>* getFactory() const { return mFactory; }
 
-    /// Limit on objects nested inside objects while reading, so that a
-    /// hostile stream cannot exhaust the stack.
-    static constexpr unsigned MAX_NESTING = 512;
+    /// Limit on objects nested inside objects while reading or writing, so
+    /// that a hostile stream or a self-referencing unregistered object cannot
+    /// exhaust the stack.
+    /// Default 512; applications with deeper graphs may raise it.
+    static unsigned sMaxNesting;
 
 protected:
     unsigned getNextOID(const Serializable* object);
@@ -140,6 +142,10 @@ private:
     /// failed read frees what it created.
     std::vector<::core::SmartPtr<Object>> mCreated;
     unsigned mDepth;
+    /// The stream read() is reading and where its last record started.
+    const stream::InputStream* mScanStream;
+    bool mScanStarted;
+    unsigned mScanLast;
 };
 
 } // namespace core

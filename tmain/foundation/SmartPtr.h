@@ -19,6 +19,7 @@ public:
 
     SmartPtr& operator=(const SmartPtr& o) { return assign(o.mPtr); }
     SmartPtr& operator=(T* p) { return assign(p); }
+    template <class U> SmartPtr& operator=(const SmartPtr<U>& o) { return assign(o.get()); }
     SmartPtr& operator=(SmartPtr&& o) noexcept {
         if (this != &o) {
             release();
