@@ -393,6 +393,21 @@ void Serializer::seekSafe(InputStream* in, unsigned position) {
     }
 }
 
+bool Serializer::readRecordHeader(InputStream* in, unsigned& id, unsigned& suid, unsigned& length,
+                                  const char* unknownTagMessage) {
+    char tag[5] = {0};
+    checkRead(in->read(tag, 1, 4) == 4, "OCNT/OREF");
+    bool reference = memcmp(tag, "OREF", 4) == 0;
+    if (!reference && memcmp(tag, "OCNT", 4) != 0)
+        throw ::core::UnsupportedOperationException(unknownTagMessage, tag);
+    ++mTotalCount;
+    checkRead(in->read(id), "ObjectID");
+    if (!reference && mVersion > VERSION_1_0_0_0)
+        checkRead(readRawSUID(in, suid), "SerialUID");
+    checkRead(in->read(length), reference ? "OREF data length" : "OCNT data length");
+    return reference;
+}
+
 Serializable* Serializer::readObject(InputStream* in, const ::core::Type& expected) {
     return readObject(in, expected, nullptr);
 }
@@ -409,13 +424,8 @@ Serializable* Serializer::readObject(InputStream* in, const ::core::Type& expect
         mScanStarted = true;
         mScanLast = start;
     }
-    char tag[5] = {0};
-    checkRead(in->read(tag, 1, 4) == 4, "OCNT/OREF");
-    if (memcmp(tag, "OREF", 4) == 0) {
-        ++mTotalCount;
-        unsigned id = 0, length = 0;
-        checkRead(in->read(id), "ObjectID");
-        checkRead(in->read(length), "OREF data length");
+    unsigned id = 0, suid = 0, length = 0;
+    if (readRecordHeader(in, id, suid, length, "Unknown stream signature '%s'")) {
         Serializable* s = getObjectByID(id);
         if (!s)
             Logger::mROOT_LOGGER.warn("Unresolved object reference (#%8X)", id);
@@ -426,14 +436,6 @@ Serializable* Serializer::readObject(InputStream* in, const ::core::Type& expect
                                                    expected.getName(), s->getType().getName());
         return s;
     }
-    if (memcmp(tag, "OCNT", 4) != 0)
-        throw ::core::UnsupportedOperationException("Unknown stream signature '%s'", tag);
-    ++mTotalCount;
-    unsigned id = 0, suid = 0, length = 0;
-    checkRead(in->read(id), "ObjectID");
-    if (mVersion > VERSION_1_0_0_0)
-        checkRead(readRawSUID(in, suid), "SerialUID");
-    checkRead(in->read(length), "OCNT data length");
     const unsigned p = in->tell();
     if (id == OID_INVALID && length == 0)
         return nullptr;
@@ -486,13 +488,8 @@ Serializable* Serializer::readObject(InputStream* in, const ::core::Type& expect
 
 unsigned Serializer::skipObject(InputStream* in, Serializable* instance, std::string* typeName,
                                 unsigned* dataLength) {
-    char tag[5] = {0};
-    checkRead(in->read(tag, 1, 4) == 4, "OCNT/OREF");
-    if (memcmp(tag, "OREF", 4) == 0) {
-        ++mTotalCount;
-        unsigned id = 0, length = 0;
-        checkRead(in->read(id), "ObjectID");
-        checkRead(in->read(length), "OREF data length");
+    unsigned id = 0, suid = 0, length = 0;
+    if (readRecordHeader(in, id, suid, length, "Unable to skip next object: unknown stream signature '%s'")) {
         Serializable* s = getObjectByID(id);
         if (typeName && s)
             *typeName = s->getType().getName();
@@ -500,16 +497,7 @@ unsigned Serializer::skipObject(InputStream* in, Serializable* instance, std::st
             *dataLength = 0;
         return 12;
     }
-    if (memcmp(tag, "OCNT", 4) != 0)
-        throw ::core::UnsupportedOperationException(
-            "Unable to skip next object: unknown stream signature '%s'", tag);
-    ++mTotalCount;
-    unsigned id = 0, suid = 0, length = 0;
-    checkRead(in->read(id), "ObjectID");
     bool hasSUID = mVersion > VERSION_1_0_0_0;
-    if (hasSUID)
-        checkRead(readRawSUID(in, suid), "SerialUID");
-    checkRead(in->read(length), "OCNT data length");
     unsigned p = in->tell();
     if (length > 0) {
         char name[MAX_TYPE_NAME + 1];

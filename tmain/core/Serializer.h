@@ -119,6 +119,9 @@ protected:
 private:
     Serializable* readObject(stream::InputStream* in, const ::core::Type& expected, Serializable* instance);
     void readHeader(stream::InputStream* in, Header& header);
+    /// Reads a record's tag and header fields; true for "OREF", false for "OCNT".
+    bool readRecordHeader(stream::InputStream* in, unsigned& id, unsigned& suid, unsigned& length,
+                          const char* unknownTagMessage);
     void writeHeader(stream::OutputStream* out, Header& header, unsigned& totalCountPos,
                      unsigned& contentSizePos);
     void serializeType(const ::core::Type& type, unsigned maxLength, stream::OutputStream* out);

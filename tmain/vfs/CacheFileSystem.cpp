@@ -516,14 +516,17 @@ struct Walk {
     std::vector<std::string> dirs;  // absolute paths, parents first
 };
 
-void collect(const std::string& dir, Walk& walk) {
-    struct Ctx {
-        std::vector<std::string> entries;
-    } ctx;
-    FileOperations::iterateContents(dir.c_str(), "*", &ctx, [](const char* name, void* user) {
-        static_cast<Ctx*>(user)->entries.push_back(name);
+// The full paths of a directory's entries.
+std::vector<std::string> entriesOf(const std::string& dir) {
+    std::vector<std::string> entries;
+    FileOperations::iterateContents(dir.c_str(), "*", &entries, [](const char* name, void* user) {
+        static_cast<std::vector<std::string>*>(user)->push_back(name);
     });
-    for (const std::string& e : ctx.entries) {
+    return entries;
+}
+
+void collect(const std::string& dir, Walk& walk) {
+    for (const std::string& e : entriesOf(dir)) {
         if (FileOperations::isDirectory(e.c_str())) {
             walk.dirs.push_back(e);
             collect(e, walk);
@@ -644,19 +647,12 @@ unsigned CacheFileSystem::invalidate(const char* pattern) {
     unsigned count = 0;
     try {
         ::core::Lock lock(mCS);
-        struct Ctx {
-            std::vector<std::string> entries;
-        };
         std::vector<std::string> pending{root};
         std::set<std::string> matched;
         while (!pending.empty()) {
             std::string dir = pending.back();
             pending.pop_back();
-            Ctx ctx;
-            FileOperations::iterateContents(dir.c_str(), "*", &ctx, [](const char* name, void* user) {
-                static_cast<Ctx*>(user)->entries.push_back(name);
-            });
-            for (const std::string& e : ctx.entries) {
+            for (const std::string& e : entriesOf(dir)) {
                 try {
                     std::string rel = relativeTo(root, e);
                     std::string name = cachedPathOf(rel);
