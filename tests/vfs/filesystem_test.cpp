@@ -4,26 +4,22 @@
 #include "../support/TestSupport.h"
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <set>
-#include <stdexcept>
 #include <sys/stat.h>
 #include <thread>
 #include <tmain/foundation/GenericThread.h>
 #include <tmain/platform/FileOperations.h>
 #include <tmain/stream/ByteInputStream.h>
 #include <tmain/stream/IOException.h>
-#include <tmain/stream/InputStream.h>
 #include <tmain/stream/OutputStream.h>
-#include <tmain/vfs/File.h>
 #include <tmain/vfs/FileAlreadyExistsException.h>
 #include <tmain/vfs/FileList.h>
 #include <tmain/vfs/FileNotFoundException.h>
-#include <tmain/vfs/FileSystem.h>
 #include <tmain/vfs/FileWrapper.h>
+#include <tmain/vfs/SimpleFile.h>
 #include <tmain/vfs/SimpleFileSystem.h>
 #include <tmain/vfs/TemporaryFileSystem.h>
 
@@ -32,7 +28,6 @@ using tarso::platform::FileOperations;
 using tarso::stream::IOException;
 using tarso::stream::Stream;
 using tmaintest::readFile;
-using tmaintest::TempDir;
 typedef core::SmartPtr<File> FilePtr;
 typedef std::set<std::string> Paths;
 
@@ -47,17 +42,12 @@ typedef std::set<std::string> Paths;
         }                                                                                                    \
     } while (0)
 
-// Binary contents: report sizes, not bytes.
-#define EXPECT_BYTES(want, got) EXPECT_TRUE(sameBytes(want, got))
+// Binary contents: report sizes, not bytes (the operands are evaluated again only on failure).
+#define EXPECT_BYTES(want, got)                                                                              \
+    EXPECT_TRUE(std::string(want) == (got))                                                                  \
+        << "contents differ (" << std::string(want).size() << " vs " << std::string(got).size() << " bytes)"
 
 namespace {
-
-::testing::AssertionResult sameBytes(const std::string& want, const std::string& got) {
-    if (want == got)
-        return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure()
-           << "contents differ (" << want.size() << " vs " << got.size() << " bytes)";
-}
 
 // Writes a file, making its directories first.
 void put(const std::string& path, const std::string& data) {
@@ -73,20 +63,13 @@ struct stat statOf(const std::string& path) {
     EXPECT_EQ(0, ::stat(path.c_str(), &st)) << path;
     return st;
 }
-__int64 mtimeOf(const std::string& path) {
-    return statOf(path).st_mtime;
-}
-__int64 atimeOf(const std::string& path) {
-    return statOf(path).st_atime;
-}
 
+// One read one byte longer than getSize() claims: a wrong size shows as wrong contents.
 std::string readAll(File* f) {
     std::unique_ptr<tarso::stream::InputStream> in(f->getInputStream());
     in->open(Stream::OM_READ | Stream::OM_BINARY);
-    std::string out;
-    char buf[1000];
-    while (unsigned n = in->read(buf, 1, sizeof(buf)))
-        out.append(buf, n);
+    std::string out(f->getSize() + 1, '\0');
+    out.resize(in->read(&out[0], 1, (unsigned)out.size()));
     return out;
 }
 Paths paths(const FileList& list) {
@@ -96,53 +79,47 @@ Paths paths(const FileList& list) {
     return out;
 }
 
-// A file of the in-memory file system: its absolute path "mem://..." is not on disk.
-class MemFile : public File {
-public:
-    static std::atomic<int> sDestroyed;
-    MemFile(const char* path, FileSystem* owner, const std::string& data = "", size_t capacity = SIZE_MAX)
-        : File(path, owner), mData(data), mCapacity(capacity) {}
-    ~MemFile() override { ++sDestroyed; }
-    tarso::stream::InputStream* getInputStream() override {
-        return new tarso::stream::ByteInputStream(mData.data(), (unsigned)mData.size(), true);
-    }
-    tarso::stream::OutputStream* getOutputStream() override;
-    bool exists() const override { return true; }
-    __int64 getLastModified() const override { return 1500000000; }
-    __int64 getLastAccessed() const override { return 1500000100; }
-    __int64 getCreated() const override { return 1400000000; }
-    unsigned getSize() override { return (unsigned)mData.size(); }
-    std::string mData;
-    size_t mCapacity;
-};
-std::atomic<int> MemFile::sDestroyed(0);
-
-// Takes bytes only up to its file's capacity: a disk that fills up.
+// Takes 5000 bytes at most: a disk that fills up.
 class MemOut : public tarso::stream::OutputStream {
 public:
-    explicit MemOut(MemFile& f) : mFile(f) {}
+    explicit MemOut(std::string& data) : mData(data) {}
     void open(EOpenMode mode) override {
         if (!(mode & OM_APPEND))
-            mFile.mData.clear();
+            mData.clear();
     }
     void close() override {}
     bool isOpen() const override { return true; }
     bool hasError() const override { return false; }
     using OutputStream::write;
     unsigned write(const void* buffer, unsigned size, unsigned count) override {
-        size_t n = std::min<size_t>(size * count, mFile.mCapacity - mFile.mData.size());
-        mFile.mData.append((const char*)buffer, n);
+        size_t n = std::min<size_t>(size * count, 5000 - mData.size());
+        mData.append((const char*)buffer, n);
         return (unsigned)n;
     }
     void flush() override {}
     std::ostream* getSTLStream() override { return nullptr; }
-
-private:
-    MemFile& mFile;
+    std::string& mData;
 };
-tarso::stream::OutputStream* MemFile::getOutputStream() {
-    return new MemOut(*this);
-}
+
+// A file of the in-memory file system: its absolute path "mem://..." is not on disk.
+class MemFile : public File {
+public:
+    static std::atomic<int> sDestroyed;
+    MemFile(const char* path, FileSystem* owner, const std::string& data = "")
+        : File(path, owner), mData(data) {}
+    ~MemFile() override { ++sDestroyed; }
+    tarso::stream::InputStream* getInputStream() override {
+        return new tarso::stream::ByteInputStream(mData.data(), (unsigned)mData.size(), true);
+    }
+    tarso::stream::OutputStream* getOutputStream() override { return new MemOut(mData); }
+    bool exists() const override { return true; }
+    __int64 getLastModified() const override { return 1500000000; }
+    __int64 getLastAccessed() const override { return 1500000100; }
+    __int64 getCreated() const override { return 1400000000; }
+    unsigned getSize() override { return (unsigned)mData.size(); }
+    std::string mData;
+};
+std::atomic<int> MemFile::sDestroyed(0);
 
 class TestData : public LookupData {
     TMAIN_TYPE()
@@ -150,10 +127,9 @@ class TestData : public LookupData {
 const core::Type TestData::TYPE("vfstest::TestData", &LookupData::TYPE);
 
 // lookup() answers by path: "missing*" is not found, "abort", "boom" and
-// "std" throw, anything else is found.
+// "int" throw, anything else is found.
 class MemFS : public FileSystem {
 public:
-    size_t mCapacity = SIZE_MAX;
     bool exists(const char* path) const override { return strncmp(path, "missing", 7) != 0; }
     bool isContainer(const char*) const override { return false; }
     std::string getAbsolutePath(const char* path) override { return std::string("mem://") + path; }
@@ -165,14 +141,14 @@ public:
             throw tarso::stream::StreamAbortedException("aborted %s", path);
         if (p == "boom")
             throw core::IllegalStateException("boom at %s", path);
-        if (p == "std")
-            throw std::runtime_error("not ours");
+        if (p == "int")
+            throw 42; // not an exception of ours
         if (!exists(path))
             throw FileNotFoundException(path);
         return new MemFile(path, this, "data of " + p);
     }
     bool supportsLookupData(const core::Type& type) const override { return type == TestData::TYPE; }
-    File* create(const char* path, bool) override { return new MemFile(path, this, "", mCapacity); }
+    File* create(const char* path, bool) override { return new MemFile(path, this); }
     void remove(const char*, unsigned) override {}
     void touch(const char*) override {}
     void list(const char*, FileList&) const override {}
@@ -180,7 +156,7 @@ public:
 };
 
 struct Disk {
-    TempDir dir;
+    tmaintest::TempDir dir;
     SimpleFileSystem fs{dir.path().c_str()};
     std::string at(const std::string& rel) const { return dir.path() + "/" + rel; }
 };
@@ -205,33 +181,30 @@ TEST(VfsStatics, FileNamesExtensionsAndTypes) {
     EXPECT_FALSE(FileSystem::checkExtension("x.ZIP", ".zip", true));
     EXPECT_TRUE(FileSystem::checkExtension("x.ZIP", ".ZIP", true));
     EXPECT_FALSE(FileSystem::checkExtension("x.zip", "zip", false)); // the dot belongs to the extension
-    EXPECT_FALSE(FileSystem::checkExtension("x", ".zip", false));
 
     std::string names;
-    for (const core::Type* t :
-         {&File::TYPE, &FileSystem::TYPE, &SimpleFileSystem::TYPE, &TemporaryFileSystem::TYPE,
-          &LookupData::TYPE, &FileNotFoundException::TYPE, &FileAlreadyExistsException::TYPE})
+    for (const core::Type* t : {&File::TYPE, &SimpleFile::TYPE, &FileWrapper::TYPE, &FileSystem::TYPE,
+                                &SimpleFileSystem::TYPE, &TemporaryFileSystem::TYPE, &LookupData::TYPE,
+                                &FileNotFoundException::TYPE, &FileAlreadyExistsException::TYPE})
         names += std::string(t->getName()) + " ";
-    EXPECT_EQ(
-        "tarso::vfs::File tarso::vfs::FileSystem tarso::vfs::SimpleFileSystem "
-        "tarso::vfs::TemporaryFileSystem "
-        "tarso::vfs::LookupData tarso::vfs::FileNotFoundException tarso::vfs::FileAlreadyExistsException ",
-        names);
+    EXPECT_EQ("tarso::vfs::File tarso::vfs::SimpleFile tarso::vfs::FileWrapper tarso::vfs::FileSystem "
+              "tarso::vfs::SimpleFileSystem tarso::vfs::TemporaryFileSystem tarso::vfs::LookupData "
+              "tarso::vfs::FileNotFoundException tarso::vfs::FileAlreadyExistsException ",
+              names);
     FileNotFoundException nf("100%s/q"); // a path, never a format
     FileAlreadyExistsException ae("r", &nf);
-    EXPECT_EQ(FileAlreadyExistsException::TYPE, ae.getType());
     EXPECT_STREQ("100%s/q", ae.getCause()->getMessage());
 }
 
 TEST(SimpleFileSystemTest, RootsPathsAndBaseDefaults) {
     SimpleFileSystem fs("file:///data/");
     EXPECT_STREQ("/data", fs.getRootPath());
-    fs.setRootPath("C:\\dir\\");
-    EXPECT_STREQ("C:\\dir", fs.getRootPath());
-    fs.setRootPath("/x//");
-    EXPECT_STREQ("/x/", fs.getRootPath()); // only the last character goes
-    fs.setRootPath("FILE:///y");
-    EXPECT_STREQ("FILE:///y", fs.getRootPath()); // the prefix is matched exactly
+    // Only the last character goes; the "file://" prefix is matched exactly.
+    const char* roots[][2] = {{"C:\\dir\\", "C:\\dir"}, {"/x//", "/x/"}, {"FILE:///y", "FILE:///y"}};
+    for (auto& r : roots) {
+        fs.setRootPath(r[0]);
+        EXPECT_STREQ(r[1], fs.getRootPath());
+    }
     fs.setRootPath("/root");
     EXPECT_EQ("/root/a", fs.getAbsolutePath("a"));
     EXPECT_EQ("/root/a", fs.getAbsolutePath("/a"));
@@ -239,7 +212,6 @@ TEST(SimpleFileSystemTest, RootsPathsAndBaseDefaults) {
     EXPECT_EQ("/root", fs.getAbsolutePath(nullptr));
     EXPECT_EQ("/a/b", fs.getRelativePath("/root/a/b"));
     EXPECT_EQ("/other/a", fs.getRelativePath("/other/a"));
-
     EXPECT_STREQ("/root/d/e/name.txt", FilePtr(fs.create("d/e/name.txt", true))->getAbsolutePath());
 
     MemFS mem; // what the base classes do on their own
@@ -266,7 +238,6 @@ TEST(SimpleFileSystemTest, CreateLookupStreamsAndAsFileSystem) {
     EXPECT_THROW_MSG(d.fs.lookup("nope/x.txt"), FileNotFoundException, "nope/x.txt");
     put(d.at("have.txt"), "12345");
     FilePtr have(d.fs.lookup("have.txt"));
-    EXPECT_TRUE(have->exists());
     EXPECT_EQ(5u, have->getSize());
     EXPECT_EQ("12345", readAll(have));
     EXPECT_THROW_MSG(d.fs.lookup("gone", have.get(), nullptr), FileNotFoundException, "gone");
@@ -278,28 +249,24 @@ TEST(SimpleFileSystemTest, CreateLookupStreamsAndAsFileSystem) {
     FilePtr again(d.fs.create("have.txt", true));
     EXPECT_EQ("12345", readFile(d.at("have.txt"))); // create writes nothing
     FilePtr fresh(d.fs.create("new/deeper/f.bin", false));
-    EXPECT_FALSE(fresh->exists() || d.fs.exists("new"));
+    EXPECT_FALSE(d.fs.exists("new"));
     std::string bytes = tmaintest::randomBytes(9000, 7);
     {
         std::unique_ptr<tarso::stream::OutputStream> out(fresh->getOutputStream()); // makes the directories
         out->open(Stream::OM_WRITE | Stream::OM_TRUNCATE | Stream::OM_BINARY);
         out->write(bytes.data(), 1, (unsigned)bytes.size());
     }
-    EXPECT_TRUE(d.fs.isContainer("new/deeper"));
     EXPECT_BYTES(bytes, readFile(d.at("new/deeper/f.bin")));
     EXPECT_EQ(9000u, fresh->getSize());
-    EXPECT_FALSE(fresh->isContainer());
 
     FilePtr missing(d.fs.create("missing", true)); // unreadable times are 0, not errors
-    EXPECT_EQ(0u, missing->getSize());
-    EXPECT_TRUE(missing->getLastModified() == 0 && missing->getLastAccessed() == 0 &&
-                missing->getCreated() == 0);
+    EXPECT_TRUE(missing->getSize() == 0 && missing->getLastModified() == 0 &&
+                missing->getLastAccessed() == 0 && missing->getCreated() == 0);
     put(d.at("plainfile"), "x"); // a file where a directory is needed
     FilePtr blocked(d.fs.create("plainfile/sub/f", true));
     EXPECT_THROW_MSG(blocked->getOutputStream(), IOException, "Unable to create directory for path");
 
     core::SmartPtr<FileSystem> sub(FilePtr(d.fs.lookup("new"))->asFileSystem());
-    EXPECT_EQ(SimpleFileSystem::TYPE, sub->getType());
     EXPECT_EQ(d.at("new"), sub->getRootPath());
     EXPECT_EQ(9000u, FilePtr(sub->lookup("deeper/f.bin"))->getSize());
     EXPECT_THROW_MSG(fresh->asFileSystem(), core::IllegalArgumentException,
@@ -314,16 +281,13 @@ TEST(SimpleFileSystemTest, ListRemoveTouchRenameAndTimes) {
     std::unique_ptr<FileList> txt(d.fs.list("", "*.txt"));
     EXPECT_TRUE(txt->ownsFiles());
     EXPECT_EQ((Paths{"/a.txt", "/b.txt"}), paths(*txt)); // relative to the root, so with a leading "/"
-    FileList q(true);
+    FileList q(true), subList(true), subTxt(true);
     d.fs.list("", "a?c", q);
     EXPECT_EQ((Paths{"/abc", "/axc"}), paths(q));
     EXPECT_EQ(7u, std::unique_ptr<FileList>(d.fs.list(""))->size());
     FilePtr sub(d.fs.lookup("sub"));
-    EXPECT_TRUE(sub->isContainer());
-    FileList subList(true);
     sub->list(subList);
     EXPECT_EQ((Paths{"/sub/x.txt", "/sub/deep"}), paths(subList));
-    FileList subTxt(true);
     sub->list("*.txt", subTxt);
     ASSERT_EQ(1u, subTxt.size());
     EXPECT_EQ("sub/x.txt", readAll(subTxt[0])); // listed files open where they are
@@ -334,8 +298,7 @@ TEST(SimpleFileSystemTest, ListRemoveTouchRenameAndTimes) {
     EXPECT_THROW_MSG(d.fs.removeContents("a.txt"), core::IllegalArgumentException,
                      "Invalid directory: a.txt");
     d.fs.removeContents("sub");
-    EXPECT_TRUE(d.fs.isContainer("sub"));
-    EXPECT_TRUE(FileOperations::isDirectoryEmpty(d.at("sub").c_str()));
+    EXPECT_TRUE(d.fs.isContainer("sub") && FileOperations::isDirectoryEmpty(d.at("sub").c_str()));
     d.fs.remove("abc", 0);
     EXPECT_FALSE(d.fs.exists("abc"));
     put(d.at("sub/deep/z"), "z");
@@ -344,7 +307,7 @@ TEST(SimpleFileSystemTest, ListRemoveTouchRenameAndTimes) {
 
     setTimes(d.at("c.dat"), 1000000000, 1000000000);
     d.fs.touch("c.dat");
-    EXPECT_GT(mtimeOf(d.at("c.dat")), 1000000000);
+    EXPECT_GT(statOf(d.at("c.dat")).st_mtime, 1000000000);
     EXPECT_THROW_MSG(d.fs.touch("absent"), FileNotFoundException, "absent");
     EXPECT_THROW_MSG(SimpleFileSystem::_setTime(d.at("absent").c_str()), IOException,
                      "Could not touch file '" + d.at("absent") + "'");
@@ -357,65 +320,7 @@ TEST(SimpleFileSystemTest, ListRemoveTouchRenameAndTimes) {
     EXPECT_EQ("b.txt", readFile(d.at("b.txt")));
 }
 
-TEST(FileSystemCopy, FileFlags) {
-    Disk src, dst;
-    std::string v1 = tmaintest::randomBytes(10000, 1), v2 = tmaintest::randomBytes(5000, 2);
-    const std::string from = src.at("d/f.bin"), to = dst.at("d/f.bin");
-    put(from, v1);
-    setTimes(from, 1600000500, 1600000000);
-    FilePtr s(src.fs.lookup("d/f.bin"));
-
-    FilePtr out(dst.fs.copy(s, 0, nullptr));
-    ASSERT_TRUE(out);
-    EXPECT_EQ(&dst.fs, out->getOwner());
-    EXPECT_STREQ("d/f.bin", out->getPath());
-    EXPECT_EQ(1600000000, mtimeOf(to));
-    EXPECT_EQ(atimeOf(from), atimeOf(to)); // the source's, as it stands after being read
-    EXPECT_BYTES(v1, readFile(to));
-
-    put(from, v2);
-    setTimes(from, 1600000500, 1600000000);
-    FilePtr(dst.fs.copy(s, 0, nullptr));
-    EXPECT_BYTES(v1, readFile(to)); // exists, no overwrite
-    FilePtr(dst.fs.copy(s, FileSystem::COPY_OVERWRITE, nullptr));
-    EXPECT_BYTES(v2, readFile(to));
-
-    // Only when newer: equal and older sources copy nothing, a newer one does.
-    put(to, "OLD");
-    FilePtr target(dst.fs.lookup("d/f.bin"));
-    for (__int64 dstTime : {1600000000LL, 1600000001LL}) {
-        setTimes(to, 1600000000, dstTime);
-        EXPECT_EQ(target.get(), dst.fs.copy(s, FileSystem::COPY_IF_NEWER, target));
-        EXPECT_EQ("OLD", readFile(to));
-        EXPECT_EQ(dstTime, mtimeOf(to));
-    }
-    setTimes(to, 1600000000, 1599999999);
-    EXPECT_EQ(target.get(), dst.fs.copy(s, FileSystem::COPY_IF_NEWER, target));
-    EXPECT_BYTES(v2, readFile(to));
-
-    put(to, "HEAD");
-    FilePtr(dst.fs.copy(s, FileSystem::COPY_APPEND, nullptr));
-    EXPECT_BYTES("HEAD" + v2, readFile(to));
-    EXPECT_EQ(1600000000, mtimeOf(to));
-
-    FilePtr elsewhere(dst.fs.create("other/name", true)); // any path of this file system
-    EXPECT_EQ(elsewhere.get(), dst.fs.copy(s, 0, elsewhere));
-    EXPECT_BYTES(v2, readFile(dst.at("other/name")));
-
-    EXPECT_THROW_MSG(dst.fs.copy(s, 1, s), core::IllegalArgumentException,
-                     "Destination file must belong to this file system");
-
-    // A sink that stops taking bytes: the copy fails and nothing leaks.
-    MemFS mem;
-    mem.mCapacity = 3000;
-    EXPECT_THROW_MSG(mem.copy(s, FileSystem::COPY_OVERWRITE, nullptr), IOException,
-                     "Error copying file (write count!=read count)");
-    mem.mCapacity = 5000;
-    FilePtr exact(mem.copy(s, FileSystem::COPY_OVERWRITE, nullptr));
-    EXPECT_BYTES(v2, static_cast<MemFile*>(exact.get())->mData);
-}
-
-TEST(FileSystemCopy, Containers) {
+TEST(FileSystemCopy, ContainersAndFileFlags) {
     Disk src, dst;
     put(src.at("tree/a.txt"), "A");
     put(src.at("tree/sub/b.txt"), "B");
@@ -427,20 +332,57 @@ TEST(FileSystemCopy, Containers) {
     FilePtr given(dst.fs.create("given", true));
     EXPECT_EQ(given.get(), dst.fs.copy(tree, FileSystem::COPY_OVERWRITE, given));
     EXPECT_TRUE(FileOperations::isDirectoryEmpty(dst.dir.path().c_str())); // nothing created
-
-    FilePtr top(dst.fs.copy(tree, FileSystem::COPY_DEEP, nullptr));
-    ASSERT_TRUE(top);
-    EXPECT_STREQ("tree", top->getPath());
+    EXPECT_STREQ("tree", FilePtr(dst.fs.copy(tree, FileSystem::COPY_DEEP, nullptr))->getPath());
     EXPECT_EQ("A", readFile(dst.at("tree/a.txt")));
     EXPECT_EQ("B", readFile(dst.at("tree/sub/b.txt")));
     EXPECT_BYTES(big, readFile(dst.at("tree/sub/deeper/c.bin")));
-
     put(src.at("tree/a.txt"), "A2");
     EXPECT_EQ(given.get(), dst.fs.copy(tree, FileSystem::COPY_DEEP, given));
     EXPECT_EQ("A", readFile(dst.at("tree/a.txt"))); // the flags reach the children
     EXPECT_EQ(given.get(), dst.fs.copy(tree, FileSystem::COPY_DEEP | FileSystem::COPY_OVERWRITE, given));
     EXPECT_EQ("A2", readFile(dst.at("tree/a.txt")));
     EXPECT_FALSE(dst.fs.exists("given"));
+
+    std::string v1 = tmaintest::randomBytes(6000, 1), v2 = tmaintest::randomBytes(5000, 2);
+    const std::string from = src.at("d/f.bin"), to = dst.at("d/f.bin");
+    put(from, v1);
+    setTimes(from, 1600000500, 1600000000);
+    FilePtr s(src.fs.lookup("d/f.bin"));
+    EXPECT_EQ(&dst.fs, FilePtr(dst.fs.copy(s, 0, nullptr))->getOwner());
+    EXPECT_EQ(1600000000, statOf(to).st_mtime);
+    EXPECT_EQ(statOf(from).st_atime, statOf(to).st_atime); // the source's, as it stands after being read
+    EXPECT_BYTES(v1, readFile(to));
+    MemFS mem; // takes 5000 bytes: the last write comes up short, the copy fails and nothing leaks
+    EXPECT_THROW_MSG(mem.copy(s, FileSystem::COPY_OVERWRITE, nullptr), IOException,
+                     "Error copying file (write count!=read count)");
+
+    put(from, v2);
+    setTimes(from, 1600000500, 1600000000);
+    FilePtr(dst.fs.copy(s, 0, nullptr));
+    EXPECT_BYTES(v1, readFile(to)); // exists, no overwrite
+    FilePtr(dst.fs.copy(s, FileSystem::COPY_OVERWRITE, nullptr));
+    EXPECT_BYTES(v2, readFile(to));
+
+    // Only when newer: equal and older sources copy nothing, a newer one does.
+    put(to, "OLD");
+    FilePtr target(dst.fs.lookup("d/f.bin"));
+    for (__int64 dstTime : {1600000000LL, 1600000001LL, 1599999999LL}) {
+        setTimes(to, 1600000000, dstTime);
+        EXPECT_EQ(target.get(), dst.fs.copy(s, FileSystem::COPY_IF_NEWER, target));
+        EXPECT_BYTES(dstTime < 1600000000 ? v2 : "OLD", readFile(to));
+        EXPECT_EQ(std::max<__int64>(dstTime, 1600000000), statOf(to).st_mtime); // a skipped copy keeps times
+    }
+    put(to, "HEAD");
+    FilePtr(dst.fs.copy(s, FileSystem::COPY_APPEND, nullptr));
+    EXPECT_BYTES("HEAD" + v2, readFile(to));
+
+    FilePtr elsewhere(dst.fs.create("other/name", true)); // any path of this file system
+    EXPECT_EQ(elsewhere.get(), dst.fs.copy(s, 0, elsewhere));
+    EXPECT_BYTES(v2, readFile(dst.at("other/name")));
+    EXPECT_THROW_MSG(dst.fs.copy(s, 1, s), core::IllegalArgumentException,
+                     "Destination file must belong to this file system");
+    FilePtr exact(mem.copy(s, FileSystem::COPY_OVERWRITE, nullptr));
+    EXPECT_BYTES(v2, static_cast<MemFile*>(exact.get())->mData);
 }
 
 TEST(FileListTest, OwnershipContainsAndMerge) {
@@ -448,9 +390,8 @@ TEST(FileListTest, OwnershipContainsAndMerge) {
     MemFile::sDestroyed = 0;
     {
         FileList owning(true);
-        owning.add(new MemFile("x", &mem));
-        owning.add(nullptr);
-        owning.add(new MemFile("y", &mem));
+        for (const char* name : {"x", "", "y"})
+            owning.add(*name ? new MemFile(name, &mem) : nullptr);
         FileList copy(owning); // shares the files
         owning.clear();
         EXPECT_EQ(0, MemFile::sDestroyed.load());
@@ -461,36 +402,30 @@ TEST(FileListTest, OwnershipContainsAndMerge) {
     FilePtr x(new MemFile("x", &mem)), y(new MemFile("y", &mem)), z(new MemFile("z", &mem));
     FilePtr upper(new MemFile("X", &mem));
     {
-        FileList borrowed(false);
-        borrowed.add(x);
+        FileList a(false), b(false), c(false);
+        for (File* f : {x.get(), y.get()})
+            a.add(f);
+        for (File* f : {y.get(), upper.get(), (File*)nullptr, z.get()})
+            b.add(f);
+        EXPECT_TRUE(a.contains("x") && b.contains(z.get()));
+        EXPECT_FALSE(a.contains("X") || a.contains("x ") || b.contains((const File*)nullptr));
+        a.merge(b);
+        ASSERT_EQ(5u, a.size());
+        EXPECT_TRUE(a[2] == upper.get() && a[3] == nullptr && a[4] == z.get());
+        a.merge(a);
+        EXPECT_EQ(6u, a.size()); // only the null entry comes again
+        c.add(x);
+        c.merge(c);
+        EXPECT_EQ(1u, c.size());
     }
-    EXPECT_EQ(1, x->getRefCount()); // a borrowing list leaves the count alone
-
-    FileList a(false), b(false);
-    for (File* f : {x.get(), y.get()})
-        a.add(f);
-    for (File* f : {y.get(), upper.get(), (File*)nullptr, z.get()})
-        b.add(f);
-    EXPECT_TRUE(a.contains("x"));
-    EXPECT_FALSE(a.contains("X") || a.contains("x ") || b.contains((const File*)nullptr));
-    EXPECT_TRUE(b.contains(z.get()));
-    a.merge(b);
-    ASSERT_EQ(5u, a.size());
-    EXPECT_EQ(upper.get(), a[2]);
-    EXPECT_EQ(nullptr, a[3]);
-    EXPECT_EQ(z.get(), a[4]);
-    a.merge(a);
-    EXPECT_EQ(6u, a.size()); // only the null entry comes again
-    FileList c(false);
-    c.add(x);
-    c.merge(c);
-    EXPECT_EQ(1u, c.size());
+    EXPECT_EQ(1, x->getRefCount()); // borrowing lists leave the count alone
     EXPECT_EQ(2, MemFile::sDestroyed.load());
 }
 
 TEST(FileWrapperTest, ForwardsAndReportsDestruction) {
     Disk d;
-    put(d.at("dir/w.txt"), "wrapped");
+    const std::string path = d.at("dir/w.txt");
+    put(path, "wrapped");
     int calls = 0, destroyedAtCall = -1;
     File* seen = nullptr;
     FileWrapper::EventCallback cb([&](FileWrapper::FileEvent e, File* f) {
@@ -503,13 +438,6 @@ TEST(FileWrapperTest, ForwardsAndReportsDestruction) {
     FilePtr inner(d.fs.lookup("dir/w.txt"));
     {
         FilePtr w(new FileWrapper(inner.get(), 2, cb));
-        EXPECT_STREQ("dir/w.txt", w->getPath());
-        EXPECT_EQ(inner.get(), static_cast<FileWrapper*>(w.get())->getWrapped());
-        EXPECT_STREQ("tarso::vfs::SimpleFile", inner->getType().getName());
-        EXPECT_STREQ("w.txt", w->getFile());
-        EXPECT_STREQ("dir", w->getDirectory());
-        EXPECT_EQ(d.at("dir/w.txt"), w->getAbsolutePath());
-        EXPECT_EQ(d.at("dir/w.txt"), w->getLocalPath());
         EXPECT_TRUE(w->exists() && !w->isContainer());
         EXPECT_EQ(7u, w->getSize());
         EXPECT_EQ("wrapped", readAll(w));
@@ -517,20 +445,16 @@ TEST(FileWrapperTest, ForwardsAndReportsDestruction) {
         out->open(Stream::OM_WRITE | Stream::OM_APPEND | Stream::OM_BINARY);
         out->write("+", 1, 1);
         out.reset();
-        EXPECT_EQ("wrapped+", readFile(d.at("dir/w.txt")));
-        EXPECT_TRUE(w->setLastModified(1300000000));
-        EXPECT_TRUE(w->setLastAccessed(1300000100));
-        EXPECT_EQ(1300000000, mtimeOf(d.at("dir/w.txt")));
+        EXPECT_EQ("wrapped+", readFile(path));
+        EXPECT_TRUE(w->setLastModified(1300000000) && w->setLastAccessed(1300000100));
         EXPECT_EQ(1300000000, w->getLastModified());
         EXPECT_EQ(1300000100, w->getLastAccessed());
-        EXPECT_EQ(inner->setCreated(5), w->setCreated(5)); // Linux cannot set birth times
         EXPECT_EQ(inner->getCreated(), w->getCreated());
         EXPECT_THROW(w->asFileSystem(), core::IllegalArgumentException);
         EXPECT_EQ(0, calls);
     }
     EXPECT_EQ(1, calls);
     EXPECT_EQ(inner.get(), seen);
-
     {
         FilePtr w(new FileWrapper(FilePtr(d.fs.lookup("dir")).get(), 1, cb)); // without bit 2: silent
         EXPECT_TRUE(w->isContainer());
@@ -551,7 +475,7 @@ TEST(FileWrapperTest, ForwardsAndReportsDestruction) {
 }
 
 TEST(TemporaryFileSystemTest, RootAndLocalCopies) {
-    TempDir tmp;
+    tmaintest::TempDir tmp;
     char saved[FileOperations::TEMP_PATH_SIZE];
     ASSERT_TRUE(FileOperations::getTemporaryPath(saved, sizeof(saved)));
     TemporaryFileSystem::shutdown();
@@ -570,21 +494,19 @@ TEST(TemporaryFileSystemTest, RootAndLocalCopies) {
     FilePtr remote(new MemFile("pack/data.bin", &mem, "remote bytes"));
     const char* local = remote->getLocalPath(); // the library's own use of the singleton
     EXPECT_EQ(tmp.path() + "/TARSO/pack/data.bin", local);
-    EXPECT_EQ(1500000000, mtimeOf(local));
-    EXPECT_EQ(1500000100, atimeOf(local));
+    EXPECT_EQ(1500000000, statOf(local).st_mtime);
+    EXPECT_EQ(1500000100, statOf(local).st_atime);
     EXPECT_EQ("remote bytes", readFile(local));
     put(local, "changed");
     EXPECT_EQ(local, remote->getLocalPath()); // cached: no second copy
     EXPECT_EQ("changed", readFile(local));
-    FilePtr other(new MemFile("pack/data.bin", &mem, "fresh"));
-    other->getLocalPath(); // a new handle copies again, overwriting
+    FilePtr(new MemFile("pack/data.bin", &mem, "fresh"))->getLocalPath(); // a new handle copies again
     EXPECT_EQ("fresh", readFile(local));
 
     Disk d;
     put(d.at("on-disk"), "x");
     EXPECT_EQ(d.at("on-disk"), FilePtr(d.fs.lookup("on-disk"))->getLocalPath());
     EXPECT_FALSE(tfs->exists("on-disk"));
-
     {
         tmaintest::ScopedLogCapture log;
         core::SmartPtr<TemporaryFileSystem> held(tfs);
@@ -600,67 +522,51 @@ TEST(FileSystemAsync, LookupsFromEightThreads) {
     put(d.at("dir/found2"), "22");
     MemFS mem;
     core::SmartPtr<TestData> data(new TestData());
+    // A found file has `want` as its contents (code -1); a failure has `want`
+    // as its message, and code 0 stands for none of the three named codes.
     struct Job {
         FileSystem* fs;
         const char* path;
-        core::Future<File*> future;
-    } jobs[8] = {{&d.fs, "found1", {}},   {&d.fs, "dir/found2", {}}, {&d.fs, "missing/a", {}},
-                 {&mem, "missing-b", {}}, {&mem, "abort", {}},       {&mem, "boom", {}},
-                 {&mem, "std", {}},       {&mem, "mem-file", {}}};
+        int code;
+        const char* want;
+        core::Future<File*> future = {};
+    } jobs[8] = {{&d.fs, "found1", -1, "1"},
+                 {&d.fs, "dir/found2", -1, "22"},
+                 {&mem, "mem-file", -1, "data of mem-file"},
+                 {&d.fs, "missing/a", FileSystem::LUA_NOT_FOUND, "missing/a"},
+                 {&mem, "missing-b", FileSystem::LUA_NOT_FOUND, "missing-b"},
+                 {&mem, "abort", FileSystem::LUA_STREAM_ABORTED, "aborted abort"},
+                 {&mem, "boom", FileSystem::LUA_UNKNOWN_ERROR, "boom at boom"},
+                 {&mem, "int", 0, "unknown error looking up file"}};
 
-    // All eight threads start their lookups together.
-    std::mutex m;
-    std::condition_variable cv;
-    bool go = false;
+    std::atomic<bool> go(false); // all eight threads start their lookups together
     std::vector<std::thread> threads;
     for (Job& job : jobs)
         threads.emplace_back([&, j = &job] {
-            {
-                std::unique_lock<std::mutex> lk(m);
-                cv.wait(lk, [&] { return go; });
-            }
+            while (!go)
+                std::this_thread::yield();
             j->future = j->fs->lookupAsync(j->path, data);
             j->future.wait();
         });
-    {
-        std::lock_guard<std::mutex> lk(m);
-        go = true;
-    }
-    cv.notify_all();
+    go = true;
     for (std::thread& t : threads)
         t.join();
 
-    const char* contents[] = {"1", "22", "data of mem-file"};
-    int n = 0;
-    for (int i : {0, 1, 7}) {
-        ASSERT_TRUE(jobs[i].future.isCompleted());
-        EXPECT_FALSE(jobs[i].future.hasError()) << jobs[i].future.getErrorMessage();
-        FilePtr f(jobs[i].future.getResult()); // the reader takes the reference
-        ASSERT_TRUE(f) << jobs[i].path;
-        EXPECT_STREQ(jobs[i].path, f->getPath());
-        EXPECT_EQ(jobs[i].fs, f->getOwner());
-        EXPECT_EQ(contents[n++], readAll(f));
+    for (Job& j : jobs) {
+        ASSERT_TRUE(j.future.isCompleted()) << j.path;
+        FilePtr f(j.future.getResult()); // the reader takes the reference
+        if (j.code < 0) {
+            EXPECT_FALSE(j.future.hasError()) << j.future.getErrorMessage();
+            ASSERT_TRUE(f) << j.path;
+            EXPECT_EQ(j.want, readAll(f));
+            continue;
+        }
+        int code = j.future.getErrorCode();
+        EXPECT_TRUE(j.future.hasError()) << j.path;
+        EXPECT_TRUE(j.code ? code == j.code : code < 1 || code > 3) << j.path << ": " << code;
+        EXPECT_EQ(j.want, j.future.getErrorMessage());
+        EXPECT_EQ(nullptr, f.get());
     }
-    struct Want {
-        int job, code;
-        const char* message;
-    } wants[] = {{2, FileSystem::LUA_NOT_FOUND, "missing/a"},
-                 {3, FileSystem::LUA_NOT_FOUND, "missing-b"},
-                 {4, FileSystem::LUA_STREAM_ABORTED, "aborted abort"},
-                 {5, FileSystem::LUA_UNKNOWN_ERROR, "boom at boom"}};
-    for (const Want& w : wants) {
-        core::Future<File*>& fut = jobs[w.job].future;
-        EXPECT_TRUE(fut.hasError());
-        EXPECT_EQ(w.code, fut.getErrorCode()) << w.message;
-        EXPECT_EQ(w.message, fut.getErrorMessage());
-        EXPECT_EQ(nullptr, fut.getResult());
-    }
-    core::Future<File*>& foreign = jobs[6].future;
-    EXPECT_TRUE(foreign.hasError());
-    EXPECT_EQ("unknown error looking up file", foreign.getErrorMessage());
-    int code = foreign.getErrorCode();
-    EXPECT_TRUE(code != 1 && code != 2 && code != 3) << code;
-
     core::ProcessScheduler::killProcesses(true); // every lookup task has ended
     EXPECT_EQ(1, data->getRefCount());
 }

@@ -1,5 +1,6 @@
 #include <tmain/core/Object.h>
 
+#include <cstring>
 #include <sstream>
 #include <tmain/foundation/Exception.h>
 #include <tmain/stream/InputStream.h>
@@ -43,13 +44,22 @@ void Object::writeSUID(stream::OutputStream* out) const {
 
 void Object::serialize(stream::OutputStream* out, Serializer*) const {
     writeSUID(out);
-    checkWrite(out->write(std::string(getType().getName())), "type");
+    const char* name = getType().getName();
+    unsigned length = (unsigned)strlen(name);
+    checkWrite(out->write(length) && out->write(name, length), "type");
 }
 
-// The type name is informative only: the record header already chose the class.
+// The type name is informative only (the record header already chose the
+// class), so it is read past without being kept.
 void Object::readV2(Serializable* object, stream::InputStream* in, Serializer*) {
-    std::string typeName;
-    object->checkRead(in->read(typeName), "type");
+    unsigned length = 0;
+    object->checkRead(in->read(length), "type");
+    char skip[256];
+    while (length > 0) {
+        unsigned n = length < sizeof(skip) ? length : (unsigned)sizeof(skip);
+        object->checkRead(in->read(skip, 1, n) == n, "type");
+        length -= n;
+    }
 }
 
 void Object::deserialize(stream::InputStream* in, Serializer* serializer) {

@@ -1,6 +1,7 @@
 #pragma once
 #include <deque>
 #include <map>
+#include <unordered_map>
 #include <string>
 #include <tmain/core/Object.h>
 #include <tmain/core/ObjectFactory.h>
@@ -132,8 +133,9 @@ private:
     bool versionInRange(const Version& v) const;
 
     std::deque<Object*> mObjects;
-    std::map<const Serializable*, unsigned> mObjectToID;
-    std::map<unsigned, Serializable*> mIDToObject;
+    // Hash maps: the order of neither map is ever observed.
+    std::unordered_map<const Serializable*, unsigned> mObjectToID;
+    std::unordered_map<unsigned, Serializable*> mIDToObject;
     unsigned mNextID;
     ObjectFactory<Object>* mFactory;
     unsigned mTotalCount;
