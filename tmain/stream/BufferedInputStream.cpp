@@ -133,7 +133,10 @@ unsigned BufferedInputStream::read(void* buffer, unsigned size, unsigned count) 
             break;
         unsigned rest = wanted - delivered;
         if (rest >= mBufferSize) {
-            // Copying through the buffer would gain nothing.
+            // Copying through the buffer would gain nothing. The buffer no
+            // longer describes the bytes before the position: drop it, or a
+            // seek back would be served from it at the wrong offset.
+            mReadPos = mValid = 0;
             unsigned got = mSource->read(out + delivered, 1, rest);
             mSourceEof = mSource->eof();
             delivered += got;
