@@ -5,7 +5,6 @@
 #include <tmain/core/ObjectFactory.h>
 #include <tmain/foundation/Exception.h>
 #include <tmain/foundation/SmartPtr.h>
-#include <vector>
 
 using tarso::core::CloningOptions;
 using tarso::core::NamedObject;
@@ -42,9 +41,8 @@ private:
     static Node* cloneChild(Node* child, CloningOptions& options) {
         if (!child)
             return nullptr;
-        if (Object* done = options.getCloned(child))
-            return static_cast<Node*>(done);
-        return static_cast<Node*>(child->clone(options));
+        Object* done = options.getCloned(child);
+        return static_cast<Node*>(done ? done : child->clone(options));
     }
     struct FixBuddy : CloningOptions::PostProcessor {
         const Node* source;
@@ -68,8 +66,7 @@ TEST(Cloning, SharedChildrenAndCyclesAreClonedOnce) {
     root->right->buddy = root->left.get(); // resolved after the whole graph is cloned
 
     core::SmartPtr<Node> copy(static_cast<Node*>(root->clone()));
-    ASSERT_TRUE(copy);
-    EXPECT_NE(root.get(), copy.get());
+    ASSERT_TRUE(copy && copy != root);
     EXPECT_STREQ("root", copy->getName());
     EXPECT_STREQ("shared", copy->left->left->getName());
     EXPECT_EQ(copy->left->left.get(), copy->right->right.get()); // one copy, shared
@@ -92,8 +89,7 @@ TEST(Cloning, UnsupportedCloneMessageAndToString) {
     NamedObject n("hello");
     std::string s = n.toString();
     EXPECT_EQ(0u, s.find("tarso::core::NamedObject@[0x"));
-    EXPECT_NE(std::string::npos, s.find("]<name='hello'>"));
-    EXPECT_EQ(s.size() - strlen("<name='hello'>"), s.find("<name='hello'>"));
+    EXPECT_EQ(s.size() - strlen("]<name='hello'>"), s.find("]<name='hello'>"));
 }
 
 struct Opt : CloningOptions::Option {
@@ -137,14 +133,13 @@ TEST(CloningOptions, OwnershipSearchAndRemoval) {
 
     static const core::Type a("test::A"), b("test::B");
     static const core::Type twoParents("test::AB", &a, &b);
-    CloningOptions o;
+    std::string thrown;
     try {
-        o.get(&twoParents, true);
-        FAIL();
+        CloningOptions().get(&twoParents, true);
     } catch (const std::string& s) {
-        EXPECT_NE(std::string::npos, s.find("test::AB"));
-        EXPECT_NE(std::string::npos, s.find("has multiple inheritance"));
+        thrown = s;
     }
+    EXPECT_EQ("test::AB has multiple inheritance", thrown);
 }
 
 TEST(CloningOptions, PostProcessorsRunBeforePairsAreCleared) {
@@ -174,8 +169,7 @@ TEST(CloningOptions, PostProcessorsRunBeforePairsAreCleared) {
 TEST(ObjectFactory, CreatesRegisteredClassesByName) {
     tarso::core::ObjectFactory<Object> factory;
     core::SmartPtr<Object> n(factory.create("tarso::core::NamedObject"));
-    ASSERT_TRUE(n);
-    EXPECT_EQ(&NamedObject::TYPE, &n->getType());
+    ASSERT_TRUE(n && &n->getType() == &NamedObject::TYPE);
     EXPECT_EQ(nullptr, factory.create("no::Such"));
     EXPECT_EQ(nullptr, factory.create("test::Node"));      // reflected but not registered
     EXPECT_EQ(nullptr, factory.create("core::Exception")); // not an Object

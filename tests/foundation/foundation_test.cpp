@@ -3,6 +3,7 @@
 #include "../support/TestSupport.h"
 #include <atomic>
 #include <gtest/gtest.h>
+#include <memory>
 #include <thread>
 #include <tmain/foundation/Callback.h>
 #include <tmain/foundation/CriticalSection.h>
@@ -14,10 +15,18 @@
 #include <tmain/foundation/Singleton.h>
 #include <tmain/foundation/SmartPtr.h>
 #include <tmain/foundation/Thread.h>
-#include <tmain/foundation/Timer.h>
 #include <vector>
 
 namespace {
+
+// Runs body(i) on n threads at once and joins them.
+template <class F> void onThreads(int n, F body) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < n; ++i)
+        threads.emplace_back(body, i);
+    for (auto& t : threads)
+        t.join();
+}
 
 struct Counted : core::IRefCount {
     static std::atomic<int> alive;
@@ -32,18 +41,14 @@ TEST(RefCount, CountsFromZeroAndDeletesAtZeroUnderContention) {
     {
         core::SmartPtr<Counted> holder(c);
         EXPECT_EQ(1, c->getRefCount());
-        std::vector<std::thread> threads;
-        for (int t = 0; t < 8; ++t)
-            threads.emplace_back([c] {
-                for (int i = 0; i < 20000; ++i) {
-                    core::SmartPtr<Counted> a(c);
-                    core::SmartPtr<Counted> b = a;
-                    core::SmartPtr<Counted> m(std::move(b));
-                    a = nullptr;
-                }
-            });
-        for (auto& t : threads)
-            t.join();
+        onThreads(8, [c](int) {
+            for (int i = 0; i < 20000; ++i) {
+                core::SmartPtr<Counted> a(c);
+                core::SmartPtr<Counted> b = a;
+                core::SmartPtr<Counted> m(std::move(b));
+                a = nullptr;
+            }
+        });
         EXPECT_EQ(1, c->getRefCount());
         EXPECT_EQ(1, Counted::alive.load());
     }
@@ -52,9 +57,8 @@ TEST(RefCount, CountsFromZeroAndDeletesAtZeroUnderContention) {
     // detach() hands an object over without deleting it, as factories do.
     core::SmartPtr<Counted> p(new Counted());
     Counted* raw = p.detach();
-    EXPECT_EQ(0, raw->getRefCount());
     EXPECT_EQ(1, Counted::alive.load());
-    core::SmartPtr<Counted> again(raw);
+    core::SmartPtr<Counted> again(raw); // count back at zero: this release deletes it
     again.reset();
     EXPECT_EQ(0, Counted::alive.load());
 }
@@ -94,53 +98,45 @@ TEST(Exceptions, FormatTruncateCloneAndRethrowOnAnotherThread) {
     EXPECT_EQ(&core::IllegalStateException::TYPE, &outer.getCause()->getType());
 
     // Stored on one thread, rethrown with its dynamic type on another.
-    core::Exception* stored = nullptr;
+    std::unique_ptr<core::Exception> stored;
     std::thread([&] {
-        try {
-            throw core::UnsupportedOperationException("op %s", "x");
-        } catch (const core::Exception& ex) {
-            stored = ex.clone();
-        }
+        const core::Exception& ex = core::UnsupportedOperationException("op %s", "x");
+        stored.reset(ex.clone());
     }).join();
     ASSERT_NE(nullptr, stored);
-    EXPECT_THROW(stored->rethrow(), core::UnsupportedOperationException);
     try {
         stored->rethrow();
-    } catch (const core::Exception& ex) {
+        ADD_FAILURE() << "not rethrown";
+    } catch (const core::UnsupportedOperationException& ex) {
         EXPECT_STREQ("op x", ex.getMessage());
         EXPECT_STREQ("core::UnsupportedOperationException", ex.getType().getName());
     }
-    delete stored;
 }
 
 TEST(Locks, RecursiveCriticalSectionExcludesOtherThreads) {
     core::CriticalSection cs;
+    auto otherThreadEnters = [&cs] {
+        bool entered = false;
+        std::thread([&] {
+            if ((entered = cs.tryEnter()))
+                cs.leave();
+        }).join();
+        return entered;
+    };
     {
         core::Lock a(cs);
         core::Lock b(cs); // recursive
-        bool other = true;
-        std::thread([&] { other = cs.tryEnter(); }).join();
-        EXPECT_FALSE(other);
+        EXPECT_FALSE(otherThreadEnters());
     }
-    bool other = false;
-    std::thread([&] {
-        other = cs.tryEnter();
-        if (other)
-            cs.leave();
-    }).join();
-    EXPECT_TRUE(other);
+    EXPECT_TRUE(otherThreadEnters());
 
     long counter = 0;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([&] {
-            for (int i = 0; i < 50000; ++i) {
-                core::Lock l(cs);
-                ++counter;
-            }
-        });
-    for (auto& t : threads)
-        t.join();
+    onThreads(4, [&](int) {
+        for (int i = 0; i < 50000; ++i) {
+            core::Lock l(cs);
+            ++counter;
+        }
+    });
     EXPECT_EQ(200000, counter);
 }
 
@@ -159,63 +155,46 @@ TEST(Events, AutoResetReleasesOneManualResetReleasesAll) {
 
     core::Event_mthread all;
     std::atomic<int> woke{0};
-    std::vector<std::thread> waiters;
-    for (int i = 0; i < 6; ++i)
-        waiters.emplace_back([&] {
-            if (all.wait() == core::Event::WAIT_SIGNALED)
-                ++woke;
-        });
-    all.set(true);
-    for (auto& w : waiters)
-        w.join();
+    onThreads(7, [&](int i) {
+        if (i == 0)
+            all.set(true);
+        else
+            woke += all.wait() == core::Event::WAIT_SIGNALED;
+    });
     EXPECT_EQ(6, woke.load());
     all.set(false);
     EXPECT_EQ(core::Event::WAIT_TIMEOUT, all.wait(0));
 }
 
-class GateThread : public core::Thread_Impl<GateThread> {
-public:
-    GateThread() : core::Thread_Impl<GateThread>("GateWorker", 512), gate(true, false) {}
+struct GateThread : core::Thread_Impl<GateThread> {
+    core::Event *gate, *done;
+    std::string seenName;
+    GateThread(core::Event* g, core::Event* d)
+        : core::Thread_Impl<GateThread>("GateWorker", 512), gate(g), done(d) {}
     void onRun() {
         seenName = core::Thread::getCurrentThreadName();
-        gate.wait();
-        while (!terminateRequest() && !stopOnGate)
-            gate.wait(core::INFINITE_WAIT);
+        gate->wait();
+        done->set();
     }
-    void stop() { terminate(0); }
-    core::Event gate;
-    std::string seenName;
-    bool stopOnGate = true;
 };
 
 TEST(Threads, NameJoinLimitAndFinish) {
-    core::SmartPtr<GateThread> t(new GateThread());
+    core::Event gate(true, false), done(true, false);
+    core::SmartPtr<GateThread> t(new GateThread(&gate, &done));
     EXPECT_FALSE(t->finished());
     ASSERT_TRUE(t->start());
     EXPECT_FALSE(t->start()); // only once
     EXPECT_FALSE(t->join(5)); // blocked on the gate: cannot have ended
-    t->gate.set();
+    gate.set();
     EXPECT_TRUE(t->join());
     EXPECT_TRUE(t->finished());
     EXPECT_EQ("GateWorker", t->seenName); // the OS thread carries the name
 
     // A released thread keeps itself alive until its body ends.
-    core::Event done(true, false);
-    struct Self : core::Thread_Impl<Self> {
-        core::Event* done;
-        core::Event* go;
-        Self(core::Event* d, core::Event* g) : core::Thread_Impl<Self>("Self"), done(d), go(g) {}
-        void onRun() {
-            go->wait();
-            done->set();
-        }
-    };
-    core::Event go(true, false);
-    {
-        core::SmartPtr<Self> s(new Self(&done, &go));
-        s->start();
-    }
-    go.set();
+    gate.reset();
+    done.reset();
+    ASSERT_TRUE(core::SmartPtr<GateThread>(new GateThread(&gate, &done))->start());
+    gate.set();
     EXPECT_EQ(core::Event::WAIT_SIGNALED, done.wait());
 }
 
@@ -224,16 +203,12 @@ TEST(Futures, CompleteOnceErrorsAndManyWaiters) {
     EXPECT_FALSE(f.isCompleted());
     EXPECT_FALSE(f.wait(1));
     std::atomic<int> seen{0};
-    std::vector<std::thread> waiters;
-    for (int i = 0; i < 4; ++i)
-        waiters.emplace_back([f, &seen] {
-            if (f.wait() && f.getResult() == 77u)
-                ++seen;
-        });
-    std::thread producer([f]() mutable { f.complete(77); });
-    producer.join();
-    for (auto& w : waiters)
-        w.join();
+    onThreads(5, [f, &seen](int i) mutable {
+        if (i == 0)
+            f.complete(77);
+        else
+            seen += f.wait() && f.getResult() == 77u;
+    });
     EXPECT_EQ(4, seen.load());
     EXPECT_FALSE(f.complete(5)); // first completion wins
     EXPECT_EQ(77u, f.getResult());
@@ -252,14 +227,7 @@ TEST(Futures, CompleteOnceErrorsAndManyWaiters) {
     for (int round = 0; round < 50; ++round) {
         core::Future<int> r;
         std::atomic<int> winners{0};
-        std::vector<std::thread> ps;
-        for (int i = 0; i < 4; ++i)
-            ps.emplace_back([r, i, &winners]() mutable {
-                if (i % 2 ? r.complete(i) : r.fail(i, "x"))
-                    ++winners;
-            });
-        for (auto& p : ps)
-            p.join();
+        onThreads(4, [r, &winners](int i) mutable { winners += i % 2 ? r.complete(i) : r.fail(i, "x"); });
         EXPECT_EQ(1, winners.load());
     }
 }
@@ -267,38 +235,24 @@ TEST(Futures, CompleteOnceErrorsAndManyWaiters) {
 struct Append : core::Process {
     std::vector<int>* out;
     int value;
-    core::Event* gate;
-    Append(std::vector<int>* o, int v, core::Event* g = nullptr) : out(o), value(v), gate(g) {}
-    void run() override {
-        if (gate)
-            gate->wait();
-        out->push_back(value);
-    }
+    Append(std::vector<int>* o, int v) : out(o), value(v) {}
+    void run() override { out->push_back(value); }
 };
 
 TEST(GenericThreads, TasksRunInPriorityOrderAndKilledOnesAreSkipped) {
     // Everything is queued before the thread starts, so the order is the queue's.
     std::vector<int> order;
     core::SmartPtr<core::GenericThread> t(new core::GenericThread("Tasks", true));
-    t->onPostTask(new Append(&order, 1), core::TP_LOW);
-    t->onPostTask(new Append(&order, 2), core::TP_HIGH);
-    t->onPostTask(new Append(&order, 3), core::TP_NORMAL);
-    t->onPostTask(new Append(&order, 4), core::TP_HIGH);
+    int value = 0;
+    for (auto priority : {core::TP_LOW, core::TP_HIGH, core::TP_NORMAL, core::TP_HIGH})
+        t->onPostTask(new Append(&order, ++value), priority);
     core::SmartPtr<Append> killed(new Append(&order, 99));
     t->onPostTask(killed.get(), core::TP_HIGH);
     killed->kill();
     EXPECT_EQ(5u, t->pendingTasks());
     ASSERT_TRUE(t->start());
-    EXPECT_TRUE(t->join());
+    EXPECT_TRUE(t->join()); // exitWhenIdle: ends once the queue is empty
     EXPECT_EQ((std::vector<int>{2, 4, 3, 1}), order);
-
-    // exitWhenIdle: a fire-and-forget worker runs its task and ends.
-    std::vector<int> single;
-    core::SmartPtr<core::GenericThread> w(new core::GenericThread("Once", true));
-    w->onPostTask(new Append(&single, 5));
-    w->start();
-    EXPECT_TRUE(w->join());
-    EXPECT_EQ(std::vector<int>{5}, single);
 }
 
 class Lonely : public core::IRefCount {
@@ -313,13 +267,10 @@ int Lonely::created = 0, Lonely::destroyed = 0;
 
 TEST(Singletons, CreatedOnceAndLeakMessageWhenStillReferenced) {
     tmaintest::ScopedLogCapture log;
+    Lonely::created = Lonely::destroyed = 0;
     Lonely* a = core::Singleton<Lonely>::getSingleton();
-    std::vector<std::thread> ts;
     std::atomic<int> same{0};
-    for (int i = 0; i < 4; ++i)
-        ts.emplace_back([&] { same += core::Singleton<Lonely>::getSingleton() == a; });
-    for (auto& t : ts)
-        t.join();
+    onThreads(4, [&](int) { same += core::Singleton<Lonely>::getSingleton() == a; });
     EXPECT_EQ(4, same.load());
     EXPECT_EQ(1, Lonely::created);
     core::SmartPtr<Lonely> extra(a);
@@ -340,13 +291,12 @@ int twice(int v) {
 }
 
 TEST(Callbacks, FunctionsMembersAndEmpty) {
-    core::Callback<int, int> empty;
-    EXPECT_TRUE(empty.empty());
+    EXPECT_TRUE((core::Callback<int, int>().empty()));
     core::Callback<int, int> fn(&twice);
+    EXPECT_FALSE(fn.empty());
     EXPECT_EQ(14, fn(7));
     Adder a{10};
     core::Callback<int, int> member(&a, &Adder::add);
-    EXPECT_EQ(17, member(7));
     a.base = 20;
     EXPECT_EQ(27, member(7)); // bound to the object, not a copy
 }
@@ -354,53 +304,46 @@ TEST(Callbacks, FunctionsMembersAndEmpty) {
 TEST(Logger, LevelsCausesThresholdAndEnvironment) {
     logging::Logger& root = logging::Logger::mROOT_LOGGER;
     EXPECT_EQ(&root, &logging::Logger::getRootLogger());
-    tmaintest::ScopedLogCapture log;
-    root.info("count=%d name=%s", 3, "x");
-    core::IllegalStateException cause("disk %s", "full");
-    root.error("Error writing object #%d", &cause, 4);
-    root.warn("warned %s", &cause, "y");
-    auto all = log->messages();
-    ASSERT_EQ(3u, all.size());
-    EXPECT_EQ("count=3 name=x", all[0]);
-    EXPECT_EQ("Error writing object #4: core::IllegalStateException: disk full", all[1]);
-    EXPECT_EQ("warned y: core::IllegalStateException: disk full", all[2]);
-    EXPECT_EQ(2u, log->messages(logging::LEVEL_WARN).size());
+    ASSERT_NE(nullptr, root.getConsoleAppender());
+    {
+        tmaintest::ScopedLogCapture log;
+        root.info("count=%d name=%s", 3, "x");
+        core::IllegalStateException cause("disk %s", "full");
+        root.error("Error writing object #%d", &cause, 4);
+        root.warn("warned %s", &cause, "y");
+        EXPECT_EQ((std::vector<std::string>{"count=3 name=x",
+                                            "Error writing object #4: core::IllegalStateException: disk full",
+                                            "warned y: core::IllegalStateException: disk full"}),
+                  log->messages());
+        EXPECT_EQ(2u, log->messages(logging::LEVEL_WARN).size());
+    }
 
     // The console appender's threshold: WARN by default, TMAIN_LOG_LEVEL overrides.
     const char* saved = getenv("TMAIN_LOG_LEVEL");
     std::string savedValue = saved ? saved : "";
-    unsetenv("TMAIN_LOG_LEVEL");
-    core::SmartPtr<logging::ConsoleAppender> def(new logging::ConsoleAppender());
-    EXPECT_EQ(logging::LEVEL_WARN, def->getThreshold());
-    setenv("TMAIN_LOG_LEVEL", "debug", 1);
-    core::SmartPtr<logging::ConsoleAppender> dbg(new logging::ConsoleAppender());
-    EXPECT_EQ(logging::LEVEL_DEBUG, dbg->getThreshold());
-    setenv("TMAIN_LOG_LEVEL", "bogus", 1);
-    core::SmartPtr<logging::ConsoleAppender> bogus(new logging::ConsoleAppender());
-    EXPECT_EQ(logging::LEVEL_WARN, bogus->getThreshold());
-    if (saved)
-        setenv("TMAIN_LOG_LEVEL", savedValue.c_str(), 1);
-    else
-        unsetenv("TMAIN_LOG_LEVEL");
-    ASSERT_NE(nullptr, root.getConsoleAppender());
+    const struct {
+        const char* env;
+        logging::Level want;
+    } cases[] = {
+        {nullptr, logging::LEVEL_WARN}, {"debug", logging::LEVEL_DEBUG}, {"bogus", logging::LEVEL_WARN}};
+    for (const auto& c : cases) {
+        c.env ? setenv("TMAIN_LOG_LEVEL", c.env, 1) : unsetenv("TMAIN_LOG_LEVEL");
+        EXPECT_EQ(c.want,
+                  core::SmartPtr<logging::ConsoleAppender>(new logging::ConsoleAppender())->getThreshold())
+            << (c.env ? c.env : "unset");
+    }
+    saved ? setenv("TMAIN_LOG_LEVEL", savedValue.c_str(), 1) : unsetenv("TMAIN_LOG_LEVEL");
 
     // The layout carries level and message.
-    logging::SimpleLayout layout;
     logging::LogEvent e{logging::LEVEL_ERROR, "root", "boom", 0, "IOThread"};
-    std::string line = layout.format(e);
-    EXPECT_NE(std::string::npos, line.find("ERROR [IOThread] boom\n"));
-}
+    EXPECT_NE(std::string::npos, logging::SimpleLayout().format(e).find("ERROR [IOThread] boom\n"));
 
-TEST(Logger, ConcurrentLoggingLosesNothing) {
+    // Concurrent logging loses nothing.
     tmaintest::ScopedLogCapture log;
-    std::vector<std::thread> ts;
-    for (int t = 0; t < 4; ++t)
-        ts.emplace_back([t] {
-            for (int i = 0; i < 500; ++i)
-                logging::Logger::mROOT_LOGGER.debug("t%d-%d", t, i);
-        });
-    for (auto& t : ts)
-        t.join();
+    onThreads(4, [](int t) {
+        for (int i = 0; i < 500; ++i)
+            logging::Logger::mROOT_LOGGER.debug("t%d-%d", t, i);
+    });
     EXPECT_EQ(2000u, log->messages().size());
 }
 

@@ -1,9 +1,9 @@
 // Stream I/O pool: round-robin threads named "IOThread", read/write/open
 // tasks, result codes, and load from several caller threads.
 #include "../support/TestSupport.h"
+#include <deque>
 #include <gtest/gtest.h>
-#include <map>
-#include <mutex>
+#include <memory>
 #include <thread>
 #include <tmain/foundation/Thread.h>
 #include <tmain/stream/ByteInputStream.h>
@@ -17,54 +17,42 @@ using namespace tarso::stream;
 namespace {
 
 // Serves `chunk` bytes per call from a string; records the worker's thread;
-// can throw on demand.
-class ScriptedStream : public InputStream {
+// throws on demand (fail 1-4: read, 5-6: open).
+class ScriptedStream : public ByteInputStream {
 public:
-    ScriptedStream(std::string data, unsigned chunk) : mData(std::move(data)), mChunk(chunk) {}
+    ScriptedStream(const std::string& data, unsigned chunk)
+        : ByteInputStream(data.data(), (unsigned)data.size(), true), mChunk(chunk) {}
     using InputStream::read;
     void open(EOpenMode) override {
         threadName = core::Thread::getCurrentThreadName();
-        if (failOpen == 1)
+        if (fail == 5)
             throw IOException("cannot open");
-        if (failOpen == 2)
+        if (fail == 6)
             throw core::IllegalStateException("odd state");
-        mOpen = true;
+        opened = true;
     }
-    void close() override { mOpen = false; }
-    bool isOpen() const override { return mOpen; }
-    bool hasError() const override { return false; }
-    unsigned available() const override { return (unsigned)(mData.size() - mPos); }
+    bool isOpen() const override { return opened; }
     unsigned read(void* buffer, unsigned size, unsigned count) override {
         threadId = std::this_thread::get_id();
         ++calls;
-        if (throwKind == 1)
+        if (fail == 1)
             throw ReadTimeoutException(nullptr);
-        if (throwKind == 2)
+        if (fail == 2)
             throw StreamAbortedException("aborted by %s", "user");
-        if (throwKind == 3)
+        if (fail == 3)
             throw core::IllegalArgumentException("bad %d", 7);
-        if (throwKind == 4)
+        if (fail == 4)
             throw 42;
-        unsigned n = std::min<unsigned>(std::min(size * count, mChunk), (unsigned)(mData.size() - mPos));
-        memcpy(buffer, mData.data() + mPos, n);
-        mPos += n;
-        return n;
+        return ByteInputStream::read(buffer, 1, std::min(size * count, mChunk));
     }
-    unsigned readLine(char*, int, char) override { return 0; }
-    bool eof() const override { return mPos >= mData.size(); }
-    std::istream* getSTLStream() override { return nullptr; }
 
     std::thread::id threadId;
     std::string threadName;
-    int calls = 0;
-    int throwKind = 0;
-    int failOpen = 0;
+    int calls = 0, fail = 0;
+    bool opened = false;
 
 private:
-    std::string mData;
     unsigned mChunk;
-    size_t mPos = 0;
-    bool mOpen = false;
 };
 
 TEST(StreamIOPool, ConfigureRoundRobinAndTaskRules) {
@@ -118,57 +106,54 @@ TEST(StreamIOPool, FailuresBecomeResultCodes) {
     } cases[] = {{1, StreamIOPool::RD_TIMEOUT_ERROR, "read-timeout"},
                  {2, StreamIOPool::RD_STREAMABORTED_ERROR, "aborted by user"},
                  {3, StreamIOPool::RD_UNKNOWN_ERROR, "bad 7"},
-                 {4, 0, "StreamIOPool: unknown error reading stream"}};
+                 {4, 0, "StreamIOPool: unknown error reading stream"},
+                 {5, StreamIOPool::OPEN_IO_ERROR, "cannot open"},
+                 {6, StreamIOPool::OPEN_UNKNOWN_ERROR, "odd state"}};
     for (const Case& c : cases) {
+        SCOPED_TRACE(c.message);
+        auto check = [&c](auto f) {
+            ASSERT_TRUE(f.wait());
+            EXPECT_TRUE(f.hasError());
+            EXPECT_EQ(c.code, f.getErrorCode());
+            EXPECT_EQ(c.message, f.getErrorMessage());
+        };
         ScriptedStream s("abc", 1);
-        s.throwKind = c.kind;
+        s.fail = c.kind;
         char b[3];
-        auto f = s.readAsync(b, 1, 3);
-        ASSERT_TRUE(f.wait());
-        EXPECT_TRUE(f.hasError());
-        EXPECT_EQ(c.code, f.getErrorCode());
-        EXPECT_EQ(c.message, f.getErrorMessage());
+        if (c.kind >= 5)
+            check(s.openAsync(Stream::OM_READ));
+        else
+            check(s.readAsync(b, 1, 3));
     }
-    ScriptedStream io("", 1), other("", 1);
-    io.failOpen = 1;
-    other.failOpen = 2;
-    auto f1 = io.openAsync(Stream::OM_READ), f2 = other.openAsync(Stream::OM_READ);
-    ASSERT_TRUE(f1.wait() && f2.wait());
-    EXPECT_EQ(StreamIOPool::OPEN_IO_ERROR, f1.getErrorCode());
-    EXPECT_EQ("cannot open", f1.getErrorMessage());
-    EXPECT_EQ(StreamIOPool::OPEN_UNKNOWN_ERROR, f2.getErrorCode());
-    EXPECT_EQ("odd state", f2.getErrorMessage());
 }
 
+// One stream read and one written through the pool, started on construction.
+struct Job {
+    std::string data, got;
+    ScriptedStream in;
+    ByteOutputStream out{64, 64};
+    core::Future<unsigned> read, write;
+    explicit Job(std::string bytes) : data(std::move(bytes)), got(data.size(), '\0'), in(data, 61) {
+        out.open(Stream::OM_WRITE);
+        read = in.readAsync(&got[0], 1, (unsigned)got.size());
+        write = out.writeAsync(data.data(), 1, (unsigned)data.size());
+    }
+    bool ok() {
+        return read.wait() && read.getResult() == data.size() && got == data && write.wait() &&
+               write.getResult() == data.size() && memcmp(out.getBytes(), data.data(), data.size()) == 0;
+    }
+};
+
 TEST(StreamIOPool, ManyCallersManyStreamsCheckedByteForByte) {
-    const int kCallers = 6, kPerCaller = 40;
     std::vector<std::thread> callers;
     std::atomic<int> bad{0};
-    for (int c = 0; c < kCallers; ++c)
+    for (int c = 0; c < 6; ++c)
         callers.emplace_back([c, &bad] {
-            std::vector<std::unique_ptr<ScriptedStream>> streams;
-            std::vector<std::unique_ptr<ByteOutputStream>> outs;
-            std::vector<std::string> buffers;
-            std::vector<core::Future<unsigned>> reads, writes;
-            std::vector<std::string> data;
-            for (int i = 0; i < kPerCaller; ++i) {
-                data.push_back(tmaintest::randomBytes(500 + 37 * i, c * 1000 + i));
-                streams.emplace_back(new ScriptedStream(data.back(), 61));
-                buffers.emplace_back(data.back().size(), '\0');
-                outs.emplace_back(new ByteOutputStream(64, 64));
-                outs.back()->open(Stream::OM_WRITE);
-            }
-            for (int i = 0; i < kPerCaller; ++i) {
-                reads.push_back(streams[i]->readAsync(&buffers[i][0], 1, (unsigned)buffers[i].size()));
-                writes.push_back(outs[i]->writeAsync(data[i].data(), 1, (unsigned)data[i].size()));
-            }
-            for (int i = 0; i < kPerCaller; ++i) {
-                if (!reads[i].wait() || reads[i].getResult() != data[i].size() || buffers[i] != data[i])
-                    ++bad;
-                if (!writes[i].wait() || writes[i].getResult() != data[i].size() ||
-                    memcmp(outs[i]->getBytes(), data[i].data(), data[i].size()) != 0)
-                    ++bad;
-            }
+            std::deque<Job> jobs;
+            for (int i = 0; i < 40; ++i)
+                jobs.emplace_back(tmaintest::randomBytes(500 + 37 * i, c * 1000 + i));
+            for (Job& j : jobs)
+                bad += !j.ok();
         });
     for (auto& t : callers)
         t.join();
