@@ -172,8 +172,8 @@ void FileOperations::iterateContents(const char* dir, const char* pattern, void*
     ctx.mPrefixLength = ctx.mPath.size();
     ctx.mUser = user;
     ctx.mCallback = callback;
-    std::string spec = ctx.mPath + (pattern ? pattern : "*");
-    detail::findEntries(spec.c_str(), &reportEntry, &ctx);
+    std::string searchPattern = ctx.mPath + (pattern ? pattern : "*");
+    detail::findEntries(searchPattern.c_str(), &reportEntry, &ctx);
 }
 
 __int64 FileOperations::getSize(const char* path) {

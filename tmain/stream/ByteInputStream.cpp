@@ -84,20 +84,7 @@ void ByteInputStream::open(EOpenMode) {}
 void ByteInputStream::close() {}
 
 void ByteInputStream::seek(int offset, ESeekMode mode) {
-    long long target;
-    switch (mode) {
-    case SM_BEGIN:
-        target = offset;
-        break;
-    case SM_CURRENT:
-        target = (long long)tell() + offset;
-        break;
-    case SM_END:
-        target = (long long)mSize - offset;
-        break;
-    default:
-        throw ::core::IllegalArgumentException("ByteInputStream::seek: invalid seek mode %d", (int)mode);
-    }
+    long long target = seekTarget(offset, mode, tell(), mSize, "ByteInputStream");
     if (target < 0)
         target = 0;
     mRemaining = target >= (long long)mSize ? 0 : mSize - (unsigned)target;

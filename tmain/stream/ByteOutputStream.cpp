@@ -85,20 +85,7 @@ void ByteOutputStream::close() {
 }
 
 void ByteOutputStream::seek(int offset, ESeekMode mode) {
-    long long target;
-    switch (mode) {
-    case SM_BEGIN:
-        target = offset;
-        break;
-    case SM_CURRENT:
-        target = (long long)mPosition + offset;
-        break;
-    case SM_END:
-        target = (long long)mCapacity - offset;
-        break;
-    default:
-        throw ::core::IllegalArgumentException("ByteOutputStream::seek: invalid seek mode %d", (int)mode);
-    }
+    long long target = seekTarget(offset, mode, mPosition, mCapacity, "ByteOutputStream");
     if (target < 0 || target >= (long long)mCapacity)
         throw IOException("ByteOutputStream:seek:invalid offset (%lld not in range [0,%d])", target,
                           (int)mCapacity);

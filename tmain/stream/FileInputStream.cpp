@@ -87,22 +87,9 @@ unsigned long long FileInputStream::position() const {
 
 void FileInputStream::seek(int offset, ESeekMode mode) {
     checkOpen();
-    std::streamoff off = offset;
+    std::streamoff off;
     std::ios_base::seekdir dir;
-    switch (mode) {
-    case SM_BEGIN:
-        dir = std::ios_base::beg;
-        break;
-    case SM_CURRENT:
-        dir = std::ios_base::cur;
-        break;
-    case SM_END:
-        dir = std::ios_base::end;
-        off = -off;
-        break;
-    default:
-        throw ::core::IllegalArgumentException("FileInputStream::seek: invalid seek mode %d", (int)mode);
-    }
+    stdSeekArgs(offset, mode, "FileInputStream", off, dir);
     std::streamoff p = mStream->rdbuf()->pubseekoff(off, dir, std::ios_base::in);
     if (p < 0) {
         mError = true;

@@ -92,22 +92,9 @@ void FileOutputStream::turnTo(EDirection direction) {
 
 void FileOutputStream::seek(int offset, ESeekMode mode) {
     checkWritable();
-    std::streamoff off = offset;
+    std::streamoff off;
     std::ios_base::seekdir dir;
-    switch (mode) {
-    case SM_BEGIN:
-        dir = std::ios_base::beg;
-        break;
-    case SM_CURRENT:
-        dir = std::ios_base::cur;
-        break;
-    case SM_END:
-        dir = std::ios_base::end;
-        off = -off;
-        break;
-    default:
-        throw ::core::IllegalArgumentException("FileOutputStream::seek: invalid seek mode %d", (int)mode);
-    }
+    stdSeekArgs(offset, mode, "FileOutputStream", off, dir);
     std::streamoff p = mStream->rdbuf()->pubseekoff(off, dir);
     if (p < 0) {
         mError = true;

@@ -34,6 +34,39 @@ unsigned Stream::tell() const {
     throw ::core::UnsupportedOperationException("Stream::tell() not supported");
 }
 
+long long Stream::seekTarget(int offset, ESeekMode mode, unsigned long long position, unsigned long long end,
+                             const char* who) {
+    switch (mode) {
+    case SM_BEGIN:
+        return offset;
+    case SM_CURRENT:
+        return (long long)position + offset;
+    case SM_END:
+        return (long long)end - offset;
+    default:
+        throw ::core::IllegalArgumentException("%s::seek: invalid seek mode %d", who, (int)mode);
+    }
+}
+
+void Stream::stdSeekArgs(int offset, ESeekMode mode, const char* who, std::streamoff& off,
+                         std::ios_base::seekdir& dir) {
+    off = offset;
+    switch (mode) {
+    case SM_BEGIN:
+        dir = std::ios_base::beg;
+        break;
+    case SM_CURRENT:
+        dir = std::ios_base::cur;
+        break;
+    case SM_END:
+        dir = std::ios_base::end;
+        off = -off;
+        break;
+    default:
+        throw ::core::IllegalArgumentException("%s::seek: invalid seek mode %d", who, (int)mode);
+    }
+}
+
 void Stream::bookMark() {
     mBookmarks.push_back(tell());
 }

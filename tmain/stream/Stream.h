@@ -1,4 +1,5 @@
 #pragma once
+#include <ios>
 #include <tmain/foundation/Future.h>
 #include <tmain/platform/Platform.h>
 #include <vector>
@@ -50,6 +51,15 @@ public:
 
 protected:
     explicit Stream(platform::Endianness e = platform::ENDIAN_LITTLE) : mEndianness(e) {}
+
+    /// The position a seek aims at, in 64 bits (SM_END counts back from
+    /// `end`); an unknown mode throws core::IllegalArgumentException
+    /// "<who>::seek: invalid seek mode %d".
+    static long long seekTarget(int offset, ESeekMode mode, unsigned long long position,
+                                unsigned long long end, const char* who);
+    /// The same seek as arguments of a standard stream buffer.
+    static void stdSeekArgs(int offset, ESeekMode mode, const char* who, std::streamoff& off,
+                            std::ios_base::seekdir& dir);
     Stream(const Stream&) = default;
     Stream& operator=(const Stream&) = default;
 

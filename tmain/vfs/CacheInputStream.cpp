@@ -43,20 +43,7 @@ void CacheInputStream::close() {
 }
 
 void CacheInputStream::seek(int offset, ESeekMode mode) {
-    long long target;
-    switch (mode) {
-    case SM_BEGIN:
-        target = offset;
-        break;
-    case SM_CURRENT:
-        target = (long long)mPosition + offset;
-        break;
-    case SM_END:
-        target = (long long)mFileSize - offset;
-        break;
-    default:
-        throw ::core::IllegalArgumentException("CacheInputStream: invalid seek mode %d", (int)mode);
-    }
+    long long target = seekTarget(offset, mode, mPosition, mFileSize, "CacheInputStream");
     if (target < 0)
         target = 0;
     if (target > (long long)mFileSize)
