@@ -33,15 +33,8 @@ void FileInputStream::open(EOpenMode mode) {
         mBuffer.reset(new char[mBufferSize]);
     mStream->rdbuf()->pubsetbuf(mBuffer.get(), mBufferSize);
 
-    std::ios_base::openmode om = std::ios_base::in;
-    if (mode & OM_ATEND)
-        om |= std::ios_base::ate;
-    if (mode & OM_APPEND)
-        om |= std::ios_base::app;
-    if (mode & OM_TRUNCATE)
-        om |= std::ios_base::trunc;
-    if (mode & OM_BINARY)
-        om |= std::ios_base::binary;
+    // Always for reading, never for writing, whatever else was asked.
+    std::ios_base::openmode om = (stdOpenMode(mode) & ~std::ios_base::out) | std::ios_base::in;
     // A directory opens fine on POSIX but is no file to read (nor does it open
     // on Windows).
     std::error_code ec;

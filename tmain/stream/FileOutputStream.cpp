@@ -26,19 +26,7 @@ void FileOutputStream::open(EOpenMode mode) {
     if (!mStream)
         mStream.reset(new std::fstream());
     mStream->clear();
-    std::ios_base::openmode om = std::ios_base::openmode();
-    if (mode & OM_READ)
-        om |= std::ios_base::in;
-    if (mode & OM_WRITE)
-        om |= std::ios_base::out;
-    if (mode & OM_ATEND)
-        om |= std::ios_base::ate;
-    if (mode & OM_APPEND)
-        om |= std::ios_base::app;
-    if (mode & OM_TRUNCATE)
-        om |= std::ios_base::trunc;
-    if (mode & OM_BINARY)
-        om |= std::ios_base::binary;
+    std::ios_base::openmode om = stdOpenMode(mode);
     std::error_code ec;
     if (!mFileName.empty() && !std::filesystem::is_directory(mFileName, ec))
         mStream->open(mFileName, om);

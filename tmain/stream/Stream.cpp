@@ -48,6 +48,23 @@ long long Stream::seekTarget(int offset, ESeekMode mode, unsigned long long posi
     }
 }
 
+std::ios_base::openmode Stream::stdOpenMode(EOpenMode mode) {
+    std::ios_base::openmode om = std::ios_base::openmode();
+    if (mode & OM_READ)
+        om |= std::ios_base::in;
+    if (mode & OM_WRITE)
+        om |= std::ios_base::out;
+    if (mode & OM_ATEND)
+        om |= std::ios_base::ate;
+    if (mode & OM_APPEND)
+        om |= std::ios_base::app;
+    if (mode & OM_TRUNCATE)
+        om |= std::ios_base::trunc;
+    if (mode & OM_BINARY)
+        om |= std::ios_base::binary;
+    return om;
+}
+
 void Stream::stdSeekArgs(int offset, ESeekMode mode, const char* who, std::streamoff& off,
                          std::ios_base::seekdir& dir) {
     off = offset;

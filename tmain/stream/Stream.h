@@ -57,6 +57,9 @@ protected:
     /// "<who>::seek: invalid seek mode %d".
     static long long seekTarget(int offset, ESeekMode mode, unsigned long long position,
                                 unsigned long long end, const char* who);
+    /// The standard open mode with the same bits (read, write, at end,
+    /// append, truncate, binary).
+    static std::ios_base::openmode stdOpenMode(EOpenMode mode);
     /// The same seek as arguments of a standard stream buffer.
     static void stdSeekArgs(int offset, ESeekMode mode, const char* who, std::streamoff& off,
                             std::ios_base::seekdir& dir);
