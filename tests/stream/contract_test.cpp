@@ -1,3 +1,4 @@
+#include "../support/TestSupport.h"
 #include <gtest/gtest.h>
 #include <tmain/stream/ByteInputStream.h>
 #include <tmain/stream/ByteOutputStream.h>
@@ -19,17 +20,6 @@ namespace {
 std::string bytesOf(const ByteOutputStream& out) {
     return std::string(reinterpret_cast<const char*>(out.getBytes()), out.getSize());
 }
-
-template <class E, class F> std::string messageOf(F f) {
-    try {
-        f();
-    } catch (const E& e) {
-        return e.getMessage();
-    }
-    return "<no exception>";
-}
-// Expects the statement to throw an E whose message is exactly `text`.
-#define EXPECT_MESSAGE(E, text, ...) EXPECT_EQ(text, messageOf<E>([&] { __VA_ARGS__; }))
 
 template <class T> T readBack(InputStream& in) {
     T v{};

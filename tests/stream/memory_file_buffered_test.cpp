@@ -25,17 +25,6 @@ using IllegalState = core::IllegalStateException;
 
 namespace {
 
-template <class E, class F> std::string messageOf(F f) {
-    try {
-        f();
-    } catch (const E& e) {
-        return e.getMessage();
-    }
-    return "<no exception>";
-}
-// Expects the statement to throw an E whose message is exactly `text`.
-#define EXPECT_MESSAGE(E, text, ...) EXPECT_EQ(text, messageOf<E>([&] { __VA_ARGS__; }))
-
 const Stream::EOpenMode RB = Stream::OM_READ | Stream::OM_BINARY;
 
 TEST(ByteInputStream, CopySeekReadLineAndSTL) {

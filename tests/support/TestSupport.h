@@ -71,6 +71,18 @@ int run(const std::string& command, std::string* output = nullptr);
 
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& data);
+/// The message of the E the call throws, or "<no exception>".
+template <class E, class F> std::string messageOf(F f) {
+    try {
+        f();
+    } catch (const E& e) {
+        return e.getMessage();
+    }
+    return "<no exception>";
+}
+/// Expects the statement to throw an E whose message is exactly `text`.
+#define EXPECT_MESSAGE(E, text, ...) EXPECT_EQ(text, ::tmaintest::messageOf<E>([&] { __VA_ARGS__; }))
+
 /// Deterministic pseudo-random bytes.
 std::string randomBytes(size_t n, unsigned seed);
 
