@@ -9,7 +9,7 @@ PACKAGES=(
   zlib1g-dev libminizip-dev libjansson-dev libcurl4-openssl-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev llvm
-  libglm-dev libcereal-dev
+  libglm-dev libcereal-dev libboost-serialization-dev
   gzip pigz zip unzip python3 coreutils
 )
 
