@@ -11,10 +11,10 @@ namespace tarso {
 namespace stream {
 
 DeflateInputStream::DeflateInputStream(InputStream* source, bool sourceOwned, unsigned inputBufferSize,
-                                       unsigned outputBufferSize)
+                                       unsigned outputBufferSize, bool raw)
     : mInputBufferSize(inputBufferSize), mOutputBufferSize(outputBufferSize), mSource(source),
       mSourceOwned(sourceOwned), mOpen(false), mPending(0), mLastResult(Z_OK), mReadPtr(nullptr),
-      mPosition(0), mWindowBits(15), mInflaterLive(false), mStreamEnded(false), mError(false),
+      mPosition(0), mWindowBits(raw ? -15 : 15), mOpenWindowBits(mWindowBits), mInflaterLive(false), mStreamEnded(false), mError(false),
       mNeedsInput(true), mRewindable(false), mSourceStart(0) {
     if (!source)
         throw ::core::IllegalArgumentException("DeflateInputStream: null source stream");
@@ -49,7 +49,7 @@ void DeflateInputStream::open(EOpenMode mode) {
     *mZ = z_stream();
     mZ->next_in = mInputBuffer.get();
     mZ->avail_in = 0;
-    mWindowBits = 15;
+    mWindowBits = mOpenWindowBits;
     int rc = inflateInit2(mZ.get(), mWindowBits);
     if (rc != Z_OK)
         throw IOException("Unable to open deflate stream for input: %s (%X)!", zError(rc), (unsigned)rc);

@@ -8,7 +8,8 @@ struct z_stream_s;
 namespace tarso {
 namespace stream {
 
-/// Inflates zlib-format data (RFC 1950) read from a source stream.
+/// Inflates zlib-format data (RFC 1950) read from a source stream, or raw
+/// deflate data (RFC 1951, no header or checksum) when `raw` is true.
 ///
 /// `sourceOwned`: when true the source is deleted together with this stream.
 /// open() opens the source when it is not open yet; close() closes it.
@@ -28,7 +29,7 @@ public:
     static constexpr unsigned SCRATCH_SIZE = 2048;
 
     DeflateInputStream(InputStream* source, bool sourceOwned, unsigned inputBufferSize = 16384,
-                       unsigned outputBufferSize = 16384);
+                       unsigned outputBufferSize = 16384, bool raw = false);
     ~DeflateInputStream() override;
     DeflateInputStream(const DeflateInputStream&) = delete;
     DeflateInputStream& operator=(const DeflateInputStream&) = delete;
@@ -90,6 +91,7 @@ private:
     void skip(unsigned count);
 
     int mWindowBits;
+    int mOpenWindowBits; // what open() starts with: 15 (zlib) or -15 (raw)
     bool mInflaterLive;
     bool mStreamEnded;
     bool mError;

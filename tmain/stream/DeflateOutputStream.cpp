@@ -9,8 +9,8 @@
 namespace tarso {
 namespace stream {
 
-DeflateOutputStream::DeflateOutputStream(OutputStream* target, int level, unsigned bufferSize)
-    : mTarget(target), mLevel(level), mBufferSize(bufferSize), mOpen(false), mLastResult(Z_OK) {
+DeflateOutputStream::DeflateOutputStream(OutputStream* target, int level, unsigned bufferSize, bool raw)
+    : mTarget(target), mLevel(level), mBufferSize(bufferSize), mRaw(raw), mOpen(false), mLastResult(Z_OK) {
     if (!target)
         throw ::core::IllegalArgumentException("DeflateOutputStream: null target stream");
     if (bufferSize == 0)
@@ -35,7 +35,7 @@ void DeflateOutputStream::open(EOpenMode mode) {
     if (!mTarget->isOpen())
         mTarget->open(mode);
     *mZ = z_stream();
-    int rc = deflateInit(mZ.get(), mLevel);
+    int rc = deflateInit2(mZ.get(), mLevel, Z_DEFLATED, mRaw ? -15 : 15, 8, Z_DEFAULT_STRATEGY);
     mLastResult = rc;
     if (rc != Z_OK)
         throw IOException("Unable to open Delflate stream for output: %s (%X)!", zError(rc), (unsigned)rc);

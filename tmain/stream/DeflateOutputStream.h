@@ -7,7 +7,8 @@ struct z_stream_s;
 namespace tarso {
 namespace stream {
 
-/// Deflates what is written into zlib format (RFC 1950) on a target stream.
+/// Deflates what is written into zlib format (RFC 1950) on a target stream,
+/// or into raw deflate (RFC 1951, no header or checksum) when `raw` is true.
 /// The target is not owned. open() opens the target when it is not open yet;
 /// close() finishes the compressed stream and closes the target; destroying
 /// an open stream does the same, so the target must outlive it.
@@ -15,7 +16,7 @@ class TMAIN_API DeflateOutputStream : public OutputStream {
 public:
     /// `level`: 0 to 9, or -1 for zlib's default; `bufferSize`: bytes of
     /// compressed output collected before each write to the target.
-    DeflateOutputStream(OutputStream* target, int level, unsigned bufferSize = 16384);
+    DeflateOutputStream(OutputStream* target, int level, unsigned bufferSize = 16384, bool raw = false);
     ~DeflateOutputStream() override;
     DeflateOutputStream(const DeflateOutputStream&) = delete;
     DeflateOutputStream& operator=(const DeflateOutputStream&) = delete;
@@ -43,6 +44,7 @@ private:
     OutputStream* mTarget;
     int mLevel;
     unsigned mBufferSize;
+    bool mRaw;
     std::unique_ptr<unsigned char[]> mBuffer;
     std::unique_ptr<z_stream_s> mZ;
     bool mOpen;
