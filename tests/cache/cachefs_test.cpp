@@ -2,7 +2,7 @@
 // on-disk layout, exact bytes, fetch-once, concurrency, faults, policies and
 // maintenance.
 #include "../support/TestSupport.h"
-#include "SourceFileSystem.h"
+#include "CacheFixture.h"
 #include <gtest/gtest.h>
 #include <memory>
 #include <random>
@@ -23,59 +23,8 @@ typedef CacheFileSystem::CachePolicy Policy;
 
 namespace {
 
-// Reads [offset, offset+n) through a fresh stream of a freshly looked-up file.
-std::string readRange(vfs::FileSystem* fs, const char* path, unsigned offset, unsigned n) {
-    ::core::SmartPtr<vfs::File> f(fs->lookup(path));
-    std::unique_ptr<stream::InputStream> in(f->getInputStream());
-    in->open(stream::Stream::OM_READ | stream::Stream::OM_BINARY);
-    in->seek((int)offset, stream::Stream::SM_BEGIN);
-    std::string out(n, '\0');
-    unsigned got = 0, k;
-    while (got < n && (k = in->read(&out[got], 1, n - got)) != 0)
-        got += k;
-    out.resize(got);
-    return out;
-}
-
-struct CacheFixture : ::testing::Test {
-    tmaintest::TempDir dir;
-    std::string srcRoot = dir.file("src"), cacheRoot = dir.file("cache");
-    ::core::SmartPtr<SourceFileSystem> source;
-    ::core::SmartPtr<CacheFileSystem> cache;
-    ::core::SmartPtr<vfs::File> file; // the file behind openStream()'s stream
-    std::map<std::string, std::string> content;
-
-    void SetUp() override {
-        FileOperations::ensurePath((srcRoot + "/x").c_str());
-        source = new SourceFileSystem(srcRoot);
-        makeCache();
-    }
-    void makeCache(unsigned buffer = 4096, unsigned slots = 16) {
-        cache = nullptr;
-        cache = new CacheFileSystem(cacheRoot.c_str(), source.get(), Policy::DEFAULT, buffer, slots);
-    }
-    void addSource(const std::string& path, size_t size, unsigned seed, __int64 mtime = 1500000000) {
-        content[path] = tmaintest::randomBytes(size, seed);
-        std::string abs = srcRoot + "/" + path;
-        FileOperations::ensurePath(abs.c_str());
-        tmaintest::writeFile(abs, content[path]);
-        FileOperations::setLastModTime(abs.c_str(), mtime);
-    }
-    std::unique_ptr<stream::InputStream> openStream(const char* path) {
-        file = cache->lookup(path);
-        std::unique_ptr<stream::InputStream> in(file->getInputStream());
-        in->open(stream::Stream::OM_READ);
-        return in;
-    }
-    const vfs::CacheMap& cachedMap() {
-        return static_cast<vfs::CacheFile*>(file.get())->getCacheInfo()->getMap();
-    }
-    std::string local(const std::string& rel) { return cacheRoot + "/" + rel; }
-    bool onDisk(const std::string& rel) { return FileOperations::exists(local(rel).c_str()); }
-    std::string readAll(const std::string& path) {
-        return readRange(cache.get(), path.c_str(), 0, (unsigned)content[path].size());
-    }
-};
+using tmaintest::CacheFixture;
+using tmaintest::readRange;
 
 TEST_F(CacheFixture, PartialThenCompleteLayoutOnDisk) {
     addSource("tex/a.png", 100000, 1, 1500000123);

@@ -84,6 +84,15 @@ void Stream::stdSeekArgs(int offset, ESeekMode mode, const char* who, std::strea
     }
 }
 
+void Stream::seekTo(unsigned position) {
+    if (position <= 0x7FFFFFFFu) {
+        seek((int)position, SM_BEGIN);
+    } else {
+        seek(0x7FFFFFFF, SM_BEGIN);
+        seek((int)(position - 0x7FFFFFFFu), SM_CURRENT);
+    }
+}
+
 void Stream::bookMark() {
     mBookmarks.push_back(tell());
 }
@@ -93,7 +102,7 @@ void Stream::rewind() {
         throw ::core::IllegalStateException("Cannot rewind. No bookmarks defined yet.");
     unsigned pos = mBookmarks.back();
     mBookmarks.pop_back();
-    seek((int)pos, SM_BEGIN);
+    seekTo(pos);
 }
 
 ::core::Future<void> Stream::openAsync(EOpenMode mode) {

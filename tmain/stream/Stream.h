@@ -39,6 +39,10 @@ public:
     /// True when multi-byte integers are swapped (big-endian stream).
     bool swaps() const { return mEndianness != platform::ENDIAN_LITTLE; }
 
+    /// Seeks to an absolute position of a 32-bit unsigned range: positions
+    /// past 2 GiB, which an int offset cannot carry, go in two steps.
+    void seekTo(unsigned position);
+
     /// Pushes tell() on the bookmark stack.
     void bookMark();
     /// Pops the last bookmark and seeks to it; throws core::IllegalStateException

@@ -3,8 +3,10 @@
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <mutex>
 #include <tmain/foundation/Logger.h>
 #include <tmain/platform/FileOperations.h>
+#include <tmain/stream/IOException.h>
 #include <tmain/stream/InputStream.h>
 #include <tmain/stream/OutputStream.h>
 #include <tmain/vfs/CacheFile.h>
@@ -55,16 +57,29 @@ __int64 now() {
 
 } // namespace
 
+// What the wrappers of local files call back through: it outlives the cache
+// file system, which cuts it loose when it goes.
+struct CacheFileSystem::RequestTracker {
+    std::mutex mutex;
+    CacheFileSystem* owner;
+};
+
 CacheFileSystem::CacheFileSystem(const char* cachePath, FileSystem* source, const CachePolicy& defaultPolicy,
                                  unsigned bufferSize, unsigned maxOpenFiles)
     : mLocalFS(new SimpleFileSystem(cachePath)), mSource(source),
       mMaxOpenFiles(maxOpenFiles ? maxOpenFiles : 1), mOpenFiles(0), mShuttingDown(false),
       mSlotEvent(true, false), mBufferSize(bufferSize ? bufferSize : 65536), mDefaultPolicy(defaultPolicy),
-      mSessionTime(now()) {
+      mSessionTime(now()), mTracker(std::make_shared<RequestTracker>()) {
+    mTracker->owner = this;
     FileOperations::ensurePath((std::string(mLocalFS->getRootPath()) + "/x").c_str());
 }
 
 CacheFileSystem::~CacheFileSystem() {
+    {
+        // Wrappers released from now on no longer reach this object.
+        std::lock_guard<std::mutex> g(mTracker->mutex);
+        mTracker->owner = nullptr;
+    }
     std::map<std::string, SharedCacheInfo*> infos;
     {
         ::core::Lock lock(mCS);
@@ -258,21 +273,58 @@ void CacheFileSystem::localFileRequestDestroyed(const char* path) {
 }
 
 File* CacheFileSystem::wrapLocal(File* local, const char* path) {
-    // The wrapper keeps this file system alive only through its owner
-    // pointer; the file system must outlive the files it hands out.
+    // A wrapper may outlive this file system: it reports its release through
+    // the tracker, which forgets this object when it is destroyed.
     std::string key = path;
-    CacheFileSystem* self = this;
+    std::shared_ptr<RequestTracker> tracker = mTracker;
     return new FileWrapper(local, FileWrapper::FE_DESTROYED,
-                           FileWrapper::EventCallback([self, key](FileWrapper::FileEvent, File*) {
-                               self->localFileRequestDestroyed(key.c_str());
+                           FileWrapper::EventCallback([tracker, key](FileWrapper::FileEvent, File*) {
+                               std::lock_guard<std::mutex> g(tracker->mutex);
+                               if (tracker->owner)
+                                   tracker->owner->localFileRequestDestroyed(key.c_str());
                            }));
+}
+
+bool CacheFileSystem::waitForCopy(const char* path) {
+    // Called with the main critical section held; left while waiting.
+    bool waited = false;
+    for (;;) {
+        auto it = mCopying.find(path);
+        if (it == mCopying.end())
+            return waited;
+        std::shared_ptr<::core::Event> done = it->second;
+        ::core::Unlock unlock(mCS);
+        done->wait();
+        waited = true;
+    }
+}
+
+void CacheFileSystem::copyWhole(File* source, const char* path) {
+    // The copy is made under the data-file name and renamed into place, so
+    // the plain name never holds a partial file, even after a crash.
+    std::string tmp = dataPath(path);
+    std::string tmpAbs = mLocalFS->getAbsolutePath(tmp.c_str());
+    std::string abs = mLocalFS->getAbsolutePath(path);
+    try {
+        ::core::SmartPtr<File> dest(mLocalFS->create(tmp.c_str(), true));
+        ::core::SmartPtr<File> copied(mLocalFS->copy(source, COPY_OVERWRITE, dest.get()));
+        if (FileOperations::exists(abs.c_str()))
+            FileOperations::remove(abs.c_str(), 0);
+        if (!FileOperations::rename(tmpAbs.c_str(), abs.c_str()))
+            throw stream::IOException("Unable to rename cached file from '%s' to '%s'", tmpAbs.c_str(),
+                                      abs.c_str());
+    } catch (...) {
+        if (FileOperations::exists(tmpAbs.c_str()))
+            FileOperations::remove(tmpAbs.c_str(), 0);
+        throw;
+    }
 }
 
 bool CacheFileSystem::inUse(const std::string& relativePath) const {
     // Called with the main critical section held.
     if (localRequests(relativePath.c_str()) > 0)
         return true;
-    return mSharedInfos.count(relativePath) != 0;
+    return mSharedInfos.count(relativePath) != 0 || mCopying.count(relativePath) != 0;
 }
 
 // ------------------------------------------------------------------ validation
@@ -321,7 +373,7 @@ bool CacheFileSystem::smartExists(const char* path) {
         ::core::SmartPtr<FileSystem> lastChance = mLastResortFS;
         if (lastChance->exists(path)) {
             ::core::SmartPtr<File> f(lastChance->lookup(path, nullptr));
-            ::core::SmartPtr<File> copied(mLocalFS->copy(f.get(), 0, nullptr));
+            copyWhole(f.get(), path);
         }
     } catch (const ::core::Exception& e) {
         Logger::mROOT_LOGGER.warn("CacheFileSystem::smartExists: error copying from mLastResortFS", &e);
@@ -332,6 +384,7 @@ bool CacheFileSystem::smartExists(const char* path) {
 bool CacheFileSystem::isCacheValid(const char* path, File*& source, LookupData* data,
                                    const CachePolicy& policy) {
     ::core::Lock lock(mCS);
+    waitForCopy(path);
     if (!smartExists(path))
         return false;
     bool valid = true;
@@ -362,7 +415,7 @@ bool CacheFileSystem::isCacheValid(const char* path, File*& source, LookupData* 
                 if (!valid)
                     source = found.detach();
             }
-            if (!valid && mLocalFS->exists(path) && localRequests(path) == 0) {
+            if (!valid && mLocalFS->exists(path) && !inUse(path)) {
                 Logger::mROOT_LOGGER.info("Removing expired cache file '%s'", path);
                 try {
                     mLocalFS->remove(path, 0);
@@ -413,17 +466,38 @@ File* CacheFileSystem::createCacheFile(File* source) {
     if (size != 0) {
         ::core::SmartPtr<CacheFile> file(new CacheFile(source, this));
         ::core::Lock lock(mCS);
-        SharedCacheInfo* info = getSharedCacheInfo(path, size, source->getLastModified(), file.get(), false);
-        file->setCacheInfo(info);
+        try {
+            SharedCacheInfo* info =
+                getSharedCacheInfo(path, size, source->getLastModified(), file.get(), false);
+            file->setCacheInfo(info);
+        } catch (...) {
+            file->mCacheFS = nullptr; // it never became one of ours
+            throw;
+        }
         mOpenCacheFiles[path].insert(file.get());
         return file.detach();
     }
-    // Unknown or empty size: copy the file whole.
-    ::core::SmartPtr<File> local;
-    if (localRequests(path) == 0)
-        local = mLocalFS->copy(source, COPY_OVERWRITE, nullptr);
-    else
-        local = mLocalFS->lookup(path, nullptr);
+    // Unknown or empty size: the file is copied whole. One thread copies
+    // while the others wait for it, and a copy held by someone is never
+    // replaced under them.
+    ::core::Lock lock(mCS);
+    // A copy that ended while we waited is as fresh as ours would be.
+    bool justCopied = waitForCopy(path) && mLocalFS->exists(path);
+    if (!justCopied && localRequests(path) == 0) {
+        std::shared_ptr<::core::Event> done = std::make_shared<::core::Event>(true, false);
+        mCopying[path] = done;
+        try {
+            ::core::Unlock unlock(mCS);
+            copyWhole(source, path);
+        } catch (...) {
+            mCopying.erase(path);
+            done->set();
+            throw;
+        }
+        mCopying.erase(path);
+        done->set();
+    }
+    ::core::SmartPtr<File> local(mLocalFS->lookup(path, nullptr));
     addLocalRequest(path);
     return wrapLocal(local.detach(), path);
 }

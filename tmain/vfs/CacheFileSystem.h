@@ -1,6 +1,7 @@
 #pragma once
 #include <list>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <tmain/foundation/CriticalSection.h>
@@ -141,6 +142,11 @@ protected:
     unsigned localRequests(const char* path) const;
     void addLocalRequest(const char* path);
     bool inUse(const std::string& relativePath) const;
+    /// Waits (main critical section held, left while waiting) until no
+    /// thread copies the path whole; true when it had to wait.
+    bool waitForCopy(const char* path);
+    /// Copies a file whole into the cache at `path`, atomically.
+    void copyWhole(File* source, const char* path);
     /// Creates or touches the marker of a path: it was checked against the
     /// source now (a file fetched whole or just looked up in the source).
     void markChecked(const char* path);
@@ -162,6 +168,10 @@ private:
     mutable ::core::CriticalSection mLocalCS;
     std::map<std::string, unsigned> mLocalRequests;
     __int64 mSessionTime;
+    /// Paths being copied whole, each with the event set when its copy ends.
+    std::map<std::string, std::shared_ptr<::core::Event>> mCopying;
+    struct RequestTracker;
+    std::shared_ptr<RequestTracker> mTracker;
 };
 
 } // namespace vfs

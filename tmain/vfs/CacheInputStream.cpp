@@ -1,7 +1,9 @@
 #include <tmain/vfs/CacheInputStream.h>
 
+#include <climits>
 #include <cstring>
 #include <tmain/foundation/Exception.h>
+#include <tmain/foundation/Logger.h>
 #include <tmain/stream/IOException.h>
 #include <tmain/vfs/CacheFile.h>
 #include <tmain/vfs/SharedCacheInfo.h>
@@ -62,16 +64,24 @@ unsigned CacheInputStream::fetch(unsigned position, unsigned char* target, unsig
         mSourcePosition = 0;
     }
     if (mSourcePosition != position) {
-        mSourceStream->seek((int)position, SM_BEGIN);
+        // Whatever happens to the seek, the source's position is unknown until it succeeds.
+        mSourcePosition = UINT_MAX;
+        mSourceStream->seekTo(position);
         mSourcePosition = position;
     }
     unsigned got = 0;
-    while (got < length) {
-        unsigned n = mSourceStream->read(target + got, 1, length - got);
-        if (n == 0)
-            break;
-        got += n;
-        mSourcePosition += n;
+    try {
+        while (got < length) {
+            unsigned n = mSourceStream->read(target + got, 1, length - got);
+            if (n == 0)
+                break;
+            got += n;
+            mSourcePosition += n;
+        }
+    } catch (...) {
+        // A source that fails mid-transfer is somewhere unknown: seek it next time.
+        mSourcePosition = UINT_MAX;
+        throw;
     }
     if (got == 0) {
         mError = true;
@@ -92,6 +102,7 @@ unsigned CacheInputStream::read(void* buffer, unsigned size, unsigned count) {
     unsigned char* out = static_cast<unsigned char*>(buffer);
     const unsigned bufferSize = mInfo->getBufferSize();
     unsigned delivered = 0;
+    // A failure below leaves the position where it was: nothing of this read counts.
     while (delivered < request) {
         const unsigned pos = mPosition + delivered;
         const unsigned want = request - delivered;
@@ -113,26 +124,39 @@ unsigned CacheInputStream::read(void* buffer, unsigned size, unsigned count) {
             continue;
         }
         // Fetch only the gap up to the next present range: no byte twice.
+        // Fetched bytes count as cached only once they are on disk; a failed
+        // local write (disk full) throws and records nothing, so the next
+        // read fetches them again.
         const unsigned gap = mInfo->nextCachedStart(pos) - pos;
         if (want >= bufferSize) {
             unsigned got = fetch(pos, out + delivered, std::min(want, gap));
             mInfo->storeFetched(pos, out + delivered, got);
             delivered += got;
         } else {
-            // Small reads fetch a whole buffer ahead.
-            unsigned got = fetch(pos, mInfo->getBuffer(), std::min(bufferSize, gap));
-            mInfo->mBufferStart = pos;
+            // Small reads fetch a whole buffer ahead. The buffer stops
+            // claiming its old range before it is overwritten, so a failing
+            // source or disk cannot leave new bytes under an old range.
+            unsigned char* shared = mInfo->getBuffer();
             mInfo->mBufferLength = 0;
-            mInfo->storeFetched(pos, mInfo->getBuffer(), got);
+            unsigned got = fetch(pos, shared, std::min(bufferSize, gap));
+            mInfo->storeFetched(pos, shared, got);
+            mInfo->mBufferStart = pos;
             mInfo->mBufferLength = got;
             unsigned n = std::min(want, got);
-            memcpy(out + delivered, mInfo->getBuffer(), n);
+            memcpy(out + delivered, shared, n);
             delivered += n;
         }
     }
     mPosition += delivered;
-    if (!mInfo->isCompleted() && mInfo->getMap().getCachedSize() == mInfo->getSize())
-        mInfo->checkFileCompleted();
+    if (!mInfo->isCompleted() && mInfo->getMap().getCachedSize() == mInfo->getSize()) {
+        // The bytes are delivered; completing is retried when the file is released.
+        try {
+            mInfo->checkFileCompleted();
+        } catch (const ::core::Exception& e) {
+            ::logging::Logger::mROOT_LOGGER.warn("CacheInputStream: unable to complete '%s'", &e,
+                                                 mFile->getPath());
+        }
+    }
     return delivered;
 }
 

@@ -17,31 +17,26 @@ using logging::Logger;
 using platform::FileOperations;
 using stream::Stream;
 
-namespace {
-// Seeks take an int; positions of files past 2 GiB go in two steps.
-void seekTo(Stream* s, unsigned position) {
-    if (position <= 0x7FFFFFFFu) {
-        s->seek((int)position, Stream::SM_BEGIN);
-    } else {
-        s->seek(0x7FFFFFFF, Stream::SM_BEGIN);
-        s->seek((int)(position - 0x7FFFFFFFu), Stream::SM_CURRENT);
-    }
-}
-} // namespace
-
 SharedCacheInfo::SharedCacheInfo(File* dataFile, unsigned size, __int64 lastModified, CacheFileSystem* owner,
                                  ::core::CriticalSection* cs, unsigned bufferSize)
     : mBufferStart(0), mBufferLength(0), mSize(size), mLastModified(lastModified), mOwner(owner), mCS(cs),
       mDataPath(dataFile->getPath()), mBuffer(bufferSize ? bufferSize : 4096), mCompleted(false),
       mMapDirty(false), mUsers(0) {
-    size_t cut = mDataPath.find(".tcache");
-    mCompletedPath =
-        cut == std::string::npos ? mDataPath : mDataPath.substr(0, cut) + mDataPath.substr(cut + 7);
-    mMapFile = owner->getLocalFileSystem()->create(CacheFileSystem::mapPath(mDataPath).c_str(), true);
-    ::core::Lock lock(*mCS);
-    openDataStream(!FileOperations::exists(dataFile->getAbsolutePath()));
-    ensureLocalFile();
-    ensureCacheMap();
+    try {
+        size_t cut = mDataPath.find(".tcache");
+        mCompletedPath =
+            cut == std::string::npos ? mDataPath : mDataPath.substr(0, cut) + mDataPath.substr(cut + 7);
+        mMapFile = owner->getLocalFileSystem()->create(CacheFileSystem::mapPath(mDataPath).c_str(), true);
+        ::core::Lock lock(*mCS);
+        openDataStream(!FileOperations::exists(dataFile->getAbsolutePath()));
+        unsigned trusted = ensureLocalFile();
+        ensureCacheMap(trusted);
+    } catch (...) {
+        // The critical section goes back to the caller, which still owns it
+        // until this constructor returns.
+        mCS.release();
+        throw;
+    }
 }
 
 SharedCacheInfo::~SharedCacheInfo() {
@@ -65,33 +60,40 @@ void SharedCacheInfo::openDataStream(bool create) {
     mOS->open(mode);
 }
 
-void SharedCacheInfo::ensureLocalFile() {
+unsigned SharedCacheInfo::ensureLocalFile() {
     std::string abs = mOwner->getLocalFileSystem()->getAbsolutePath(mDataPath.c_str());
     __int64 actual = FileOperations::getSize(abs.c_str());
-    if (actual == (__int64)mSize)
-        return;
-    if (actual != 0) {
-        // A data file of another size belongs to another version of the
-        // source: start over with an empty file and an empty map.
+    if (actual < 0)
+        actual = 0;
+    if (actual > (__int64)mSize) {
+        // A larger data file belongs to another version of the source: start
+        // over with an empty file and an empty map.
         mOS->close();
         FileOperations::remove(abs.c_str(), 0);
         openDataStream(true);
-        mMap.clear();
-        std::string mapAbs = mMapFile->getAbsolutePath();
-        if (FileOperations::exists(mapAbs.c_str()))
-            FileOperations::remove(mapAbs.c_str(), 0);
+        removeMapFile();
+        actual = 0;
     }
-    if (mSize > 0) {
+    if (actual < (__int64)mSize) {
         // Pre-size the file: a sparse extension reads back as zeros, the same
-        // as writing them, without writing the whole size up front.
-        seekTo(mOS.get(), mSize - 1);
+        // as writing them, without writing the whole size up front. Only the
+        // bytes the file had before can be covered by its map.
+        mOS->seekTo(mSize - 1);
         stream::Utils::checkWrite(mOS->write("\0", 1, 1) == 1, this, "SharedCacheInfo::ensureLocalFile");
+        mOS->flush();
     }
-    mOS->flush();
     mOS->seek(0, Stream::SM_BEGIN);
+    return (unsigned)actual;
 }
 
-void SharedCacheInfo::ensureCacheMap() {
+void SharedCacheInfo::removeMapFile() {
+    mMap.clear();
+    std::string mapAbs = mMapFile->getAbsolutePath();
+    if (FileOperations::exists(mapAbs.c_str()))
+        FileOperations::remove(mapAbs.c_str(), 0);
+}
+
+void SharedCacheInfo::ensureCacheMap(unsigned trustedSize) {
     std::string mapAbs = mMapFile->getAbsolutePath();
     if (!FileOperations::exists(mapAbs.c_str()))
         return;
@@ -111,12 +113,14 @@ void SharedCacheInfo::ensureCacheMap() {
     } catch (const ::core::Exception& e) {
         Logger::mROOT_LOGGER.warn("Unable to read cache map '%s'; keeping what was read", &e, mapAbs.c_str());
     }
-    // Only a sorted list of separate ranges inside the file can be trusted.
+    // Only a sorted list of separate ranges inside the data file as it was
+    // found can be trusted: a map beside a new or shorter data file claims
+    // bytes that were never written there.
     unsigned long long previousEnd = 0;
     bool first = true;
     for (const CacheMapEntry& e : mMap.getEntries()) {
         unsigned long long end = (unsigned long long)e.mStart + e.mSize;
-        if (e.mSize == 0 || end > mSize || (!first && e.mStart <= previousEnd)) {
+        if (e.mSize == 0 || end > trustedSize || (!first && e.mStart <= previousEnd)) {
             Logger::mROOT_LOGGER.warn("Cache map '%s' does not fit its data file; discarding it",
                                       mapAbs.c_str());
             mMap.clear();
@@ -135,31 +139,72 @@ unsigned SharedCacheInfo::nextCachedStart(unsigned position) const {
 }
 
 bool SharedCacheInfo::readLocal(unsigned position, void* buffer, unsigned length) {
-    seekTo(mOS.get(), position);
+    mOS->seekTo(position);
     return mOS->read(buffer, 1, length) == length;
 }
 
 void SharedCacheInfo::storeFetched(unsigned position, const void* buffer, unsigned length) {
-    seekTo(mOS.get(), position);
-    stream::Utils::checkWrite(mOS->write(buffer, 1, length) == length, this,
-                              "CacheInputStream::read::write local data");
-    mMap.addEntry(position, length);
-    mMapDirty = true;
+    // The bytes are handed to the system before the map claims them, so a
+    // full disk or a size limit is seen here and the range stays unclaimed.
+    try {
+        mOS->seekTo(position);
+        if (mOS->write(buffer, 1, length) == length) {
+            mOS->flush();
+            mMap.addEntry(position, length);
+            mMapDirty = true;
+            return;
+        }
+        Logger::mROOT_LOGGER.warn("SharedCacheInfo: short write of %u bytes at %u to '%s'", length, position,
+                                  mDataPath.c_str());
+    } catch (const ::core::Exception& e) {
+        Logger::mROOT_LOGGER.warn("SharedCacheInfo: unable to write %u bytes at %u to '%s'", &e, length,
+                                  position, mDataPath.c_str());
+    }
+    reopenDataStream();
+    stream::Utils::checkWrite(false, this, "CacheInputStream::read::write local data");
+}
+
+void SharedCacheInfo::reopenDataStream() {
+    // A failed write leaves unwritten bytes in the stream's buffer; they must
+    // not reach the file later, at some other position.
+    try {
+        mOS->close();
+    } catch (const ::core::Exception&) {
+        // expected: the same bytes cannot be written out now either
+    }
+    try {
+        openDataStream(false);
+    } catch (const ::core::Exception& e) {
+        Logger::mROOT_LOGGER.error("SharedCacheInfo: unable to reopen '%s'", &e, mDataPath.c_str());
+    }
 }
 
 void SharedCacheInfo::saveMap() {
-    // The data goes to the system before the map claims it.
+    // A new map is written beside the old one and replaces it only once it
+    // is complete: a failed save leaves the previous map (or, if the process
+    // dies between the two steps, none), never a truncated one.
     mOS->flush();
     std::string mapAbs = mMapFile->getAbsolutePath();
-    {
-        std::unique_ptr<stream::OutputStream> out(mMapFile->getOutputStream());
-        out->open(Stream::OM_WRITE | Stream::OM_TRUNCATE | Stream::OM_BINARY);
-        core::Serializer serializer(nullptr);
-        mMap.serialize(out.get(), &serializer);
-        out->flush();
-        out->close();
+    std::string tmpAbs = mapAbs + ".tmp";
+    try {
+        {
+            stream::FileOutputStream out(tmpAbs);
+            out.open(Stream::OM_WRITE | Stream::OM_TRUNCATE | Stream::OM_BINARY);
+            core::Serializer serializer(nullptr);
+            mMap.serialize(&out, &serializer);
+            out.close();
+        }
+        if (!FileOperations::setLastModTime(tmpAbs.c_str(), mLastModified))
+            throw stream::IOException("Unable to set the time of cache map '%s'", tmpAbs.c_str());
+        if (FileOperations::exists(mapAbs.c_str()))
+            FileOperations::remove(mapAbs.c_str(), 0);
+        if (!FileOperations::rename(tmpAbs.c_str(), mapAbs.c_str()))
+            throw stream::IOException("Unable to rename cache map '%s'", tmpAbs.c_str());
+    } catch (...) {
+        if (FileOperations::exists(tmpAbs.c_str()))
+            FileOperations::remove(tmpAbs.c_str(), 0);
+        throw;
     }
-    FileOperations::setLastModTime(mapAbs.c_str(), mLastModified);
     mMapDirty = false;
 }
 
@@ -178,20 +223,23 @@ bool SharedCacheInfo::checkFileCompleted() {
     bool wasOpen = mOS && mOS->isOpen();
     if (wasOpen)
         mOS->close();
-    if (FileOperations::exists(mapAbs.c_str()) && !FileOperations::remove(mapAbs.c_str(), 0))
-        Logger::mROOT_LOGGER.warn("Unable to remove local cache map file '%s'", mapAbs.c_str());
     if (!FileOperations::rename(dataAbs.c_str(), doneAbs.c_str())) {
-        if (!FileOperations::exists(doneAbs.c_str())) {
+        // Only a complete file already there counts, not a directory of that name.
+        if (!FileOperations::exists(doneAbs.c_str()) || FileOperations::isDirectory(doneAbs.c_str())) {
             Logger::mROOT_LOGGER.error("Unable to rename cached file from '%s' to '%s'", dataAbs.c_str(),
                                        doneAbs.c_str());
+            // The data file stays partial with its map on disk, so it resumes.
             if (wasOpen)
                 openDataStream(false);
-            mMapDirty = true;
+            saveMap();
             return false;
         }
         // The complete file is already there: it counts, and the data file goes.
         FileOperations::remove(dataAbs.c_str(), 0);
     }
+    // The map goes only once the complete file exists.
+    if (FileOperations::exists(mapAbs.c_str()) && !FileOperations::remove(mapAbs.c_str(), 0))
+        Logger::mROOT_LOGGER.warn("Unable to remove local cache map file '%s'", mapAbs.c_str());
     if (mLastModified != 0)
         FileOperations::setLastModTime(doneAbs.c_str(), mLastModified);
     if (wasOpen) {

@@ -24,7 +24,8 @@ class CacheFileSystem;
 class TMAIN_API SharedCacheInfo : public ::core::IRefCount {
 public:
     /// Opens (creating when needed) the data file, pre-sizes it and loads
-    /// its map. Takes ownership of `cs`.
+    /// its map. Takes ownership of `cs` once constructed; when the data file
+    /// cannot be made (IOException), `cs` stays the caller's.
     SharedCacheInfo(File* dataFile, unsigned size, __int64 lastModified, CacheFileSystem* owner,
                     ::core::CriticalSection* cs, unsigned bufferSize);
     ~SharedCacheInfo() override;
@@ -61,7 +62,9 @@ public:
 
     /// Reads `length` bytes of the data file at `position`; false on a short read.
     bool readLocal(unsigned position, void* buffer, unsigned length);
-    /// Writes fetched bytes at `position` and records them in the map.
+    /// Writes fetched bytes at `position` and, once the system has them,
+    /// records them in the map. A failed write (disk full, size limit)
+    /// records nothing and throws IOException "... CacheInputStream::read::write local data".
     void storeFetched(unsigned position, const void* buffer, unsigned length);
 
     /// True when every byte is present and the data file became the complete
@@ -71,9 +74,13 @@ public:
     void finish();
 
 private:
-    void ensureLocalFile();
-    void ensureCacheMap();
+    /// Pre-sizes the data file; returns how many of its bytes were there before.
+    unsigned ensureLocalFile();
+    /// Loads the map, trusting only ranges below `trustedSize`.
+    void ensureCacheMap(unsigned trustedSize);
+    void removeMapFile();
     void saveMap();
+    void reopenDataStream();
     void openDataStream(bool create);
 
     CacheMap mMap;
