@@ -87,6 +87,7 @@ TEST_F(CacheFixture, SourceFailuresNeverYieldWrongBytes) {
     in->seek(100000, stream::Stream::SM_BEGIN);
     EXPECT_THROW(in->read(&buf[0], 1, 1000), stream::IOException);
     EXPECT_EQ(100000u, in->tell());
+    EXPECT_EQ(4096u, cachedMap().getCachedSize()); // nothing of the failed fetch
     source->failEvery = 0;
     in->seek(0, stream::Stream::SM_BEGIN);
     ASSERT_EQ(1000u, in->read(&buf[0], 1, 1000));

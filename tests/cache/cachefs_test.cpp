@@ -119,20 +119,6 @@ TEST_F(CacheFixture, EightThreadsOverlappingRangesMoreFilesThanSlots) {
     }
 }
 
-TEST_F(CacheFixture, SourceFailingMidReadRecordsOnlyWrittenBytes) {
-    addSource("fail.bin", 50000, 4);
-    std::unique_ptr<stream::InputStream> in = openStream("fail.bin");
-    std::string buf(50000, '\0');
-    ASSERT_EQ(8192u, in->read(&buf[0], 1, 8192));
-    source->failNextRead = true;
-    EXPECT_THROW(in->read(&buf[0], 1, 10000), stream::IOException);
-    EXPECT_EQ(8192u, cachedMap().getCachedSize());
-    in->seek(0, stream::Stream::SM_BEGIN);
-    ASSERT_EQ(50000u, in->read(&buf[0], 1, 50000));
-    EXPECT_EQ(content["fail.bin"], buf);
-    EXPECT_EQ(1u, source->maxFetches("fail.bin"));
-}
-
 TEST_F(CacheFixture, DestroyedMidTransferResumesFromTheMap) {
     addSource("res.bin", 200000, 5);
     EXPECT_EQ(content["res.bin"].substr(0, 70000), readRange(cache.get(), "res.bin", 0, 70000));

@@ -24,6 +24,14 @@ class SharedCacheInfo;
 /// present is renamed to its own name. Cached files are revalidated against
 /// the source by policy, using ".cdata" marker files. Thread-safe.
 ///
+/// Faults: a source failing mid-read throws from the read and nothing of
+/// it is recorded. A local write that fails (disk full, size limit, I/O
+/// error) throws IOException from the read that fetched the bytes and
+/// records nothing, so the next read fetches them again; a data file that
+/// cannot be made throws IOException from lookup. Maps are replaced whole,
+/// and files of unknown size appear under their name only once complete:
+/// after any failure the cache holds fewer bytes, never wrong ones.
+///
 /// Locks: the main critical section, then a file's own; never the reverse.
 /// The main one is released around every call into the source.
 class TMAIN_API CacheFileSystem : public FileSystem {

@@ -32,6 +32,13 @@ SharedCacheInfo::SharedCacheInfo(File* dataFile, unsigned size, __int64 lastModi
         unsigned trusted = ensureLocalFile();
         ensureCacheMap(trusted);
     } catch (...) {
+        // The unwritten pre-size byte would only fail again on closing.
+        if (mOS && mOS->isOpen()) {
+            try {
+                mOS->close();
+            } catch (const ::core::Exception&) {
+            }
+        }
         // The critical section goes back to the caller, which still owns it
         // until this constructor returns.
         mCS.release();
