@@ -253,7 +253,14 @@ TEST_F(CacheFixture, UnknownSizeConcurrentLookupsNeverShort) {
     for (auto& t : threads)
         t.join();
     EXPECT_EQ(0, bad.load());
-    EXPECT_FALSE(onDisk("u.bin.tcache"));
+    EXPECT_FALSE(onDisk("u.bin.tcache.part"));
+    // Leftovers of an interrupted copy and map save are cleaned up.
+    tmaintest::writeFile(local("u.bin.tcache.part"), "partial");
+    tmaintest::writeFile(local("v.bin.tcmap.tmp"), "partial");
+    bool abort = false;
+    cache->cleanUpCache(abort);
+    EXPECT_FALSE(onDisk("u.bin.tcache.part") || onDisk("v.bin.tcmap.tmp"));
+    EXPECT_TRUE(onDisk("u.bin"));
 }
 
 TEST_F(CacheFixture, FilesPast2GiB) {

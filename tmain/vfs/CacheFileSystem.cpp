@@ -300,9 +300,10 @@ bool CacheFileSystem::waitForCopy(const char* path) {
 }
 
 void CacheFileSystem::copyWhole(File* source, const char* path) {
-    // The copy is made under the data-file name and renamed into place, so
-    // the plain name never holds a partial file, even after a crash.
-    std::string tmp = dataPath(path);
+    // The copy is made under a name of its own (a live data file of the same
+    // path may exist) and renamed into place, so the plain name never holds
+    // a partial file, even after a crash.
+    std::string tmp = dataPath(path) + ".part";
     std::string tmpAbs = mLocalFS->getAbsolutePath(tmp.c_str());
     std::string abs = mLocalFS->getAbsolutePath(path);
     try {
@@ -679,11 +680,18 @@ unsigned long long CacheFileSystem::cleanUpCache(bool& abort) {
         for (const std::string& f : walk.files) {
             if (abort)
                 throw ::core::IllegalStateException("aborted");
-            if (!FileOperations::match("*.tcache", f.c_str()))
+            // Leftovers of interrupted whole copies and map saves go too.
+            bool leftover = FileOperations::match("*.tcache.part", f.c_str()) ||
+                            FileOperations::match("*.tcmap.tmp", f.c_str());
+            if (!leftover && !FileOperations::match("*.tcache", f.c_str()))
                 continue;
             std::string rel = relativeTo(root, f);
             if (inUse(cachedPathOf(rel)))
                 continue;
+            if (leftover) {
+                FileOperations::remove(f.c_str(), 0);
+                continue;
+            }
             // processCleanUpFile: the data file and its map.
             __int64 size = FileOperations::getSize(f.c_str());
             if (FileOperations::remove(f.c_str(), 0))
