@@ -146,6 +146,8 @@ unsigned SharedCacheInfo::nextCachedStart(unsigned position) const {
 }
 
 bool SharedCacheInfo::readLocal(unsigned position, void* buffer, unsigned length) {
+    if (!mOS->isOpen())
+        openDataStream(false); // closed by a failed write that could not reopen it
     mOS->seekTo(position);
     return mOS->read(buffer, 1, length) == length;
 }
@@ -154,6 +156,8 @@ void SharedCacheInfo::storeFetched(unsigned position, const void* buffer, unsign
     // The bytes are handed to the system before the map claims them, so a
     // full disk or a size limit is seen here and the range stays unclaimed.
     try {
+        if (!mOS->isOpen())
+            openDataStream(false);
         mOS->seekTo(position);
         if (mOS->write(buffer, 1, length) == length) {
             mOS->flush();
