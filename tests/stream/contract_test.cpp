@@ -14,12 +14,9 @@
 using namespace tarso::stream;
 using tarso::platform::ENDIAN_BIG;
 using tarso::platform::ENDIAN_LITTLE;
+using tmaintest::bytesOf;
 
 namespace {
-
-std::string bytesOf(const ByteOutputStream& out) {
-    return std::string(reinterpret_cast<const char*>(out.getBytes()), out.getSize());
-}
 
 template <class T> T readBack(InputStream& in) {
     T v{};
@@ -158,8 +155,7 @@ TEST(StreamContract, UtilsCountsAndChecks) {
     EXPECT_FALSE(Utils::read(readInts, 3, &in)) << "at the end";
 
     const void* obj = reinterpret_cast<const void*>(0x1234ABCD);
-    EXPECT_NO_THROW(Utils::checkWrite(true, obj, "f"));
-    EXPECT_NO_THROW(Utils::checkRead(true, obj, nullptr));
+    EXPECT_NO_THROW(Utils::checkWrite(true, obj, "f"); Utils::checkRead(true, obj, nullptr));
     EXPECT_MESSAGE(IOException, "Error serializing object [@1234ABCD]: name",
                    Utils::checkWrite(false, obj, "name"));
     EXPECT_MESSAGE(IOException, "Error serializing object [@      AB]",

@@ -74,9 +74,7 @@ TEST(StreamIOPool, ConfigureRoundRobinAndTaskRules) {
     auto f2 = s2.readAsync(b2, 1, 1000);
     auto f3 = s3.readAsync(b3, 1, 2000); // more than there is: stops at the end
     ASSERT_TRUE(f1.wait() && f2.wait() && f3.wait());
-    EXPECT_EQ(1000u, f1.getResult());
-    EXPECT_EQ(10, s1.calls);
-    EXPECT_EQ(1000u, f3.getResult());
+    EXPECT_TRUE(f1.getResult() == 1000u && f3.getResult() == 1000u && s1.calls == 10);
     EXPECT_EQ(0, memcmp(b1, data.data(), 1000));
     EXPECT_EQ(s1.threadId, s3.threadId);
     EXPECT_NE(s1.threadId, s2.threadId);
@@ -85,8 +83,7 @@ TEST(StreamIOPool, ConfigureRoundRobinAndTaskRules) {
     ScriptedStream o("", 1);
     auto fo = o.openAsync(Stream::OM_READ);
     ASSERT_TRUE(fo.wait());
-    EXPECT_FALSE(fo.hasError());
-    EXPECT_TRUE(o.isOpen());
+    EXPECT_TRUE(!fo.hasError() && o.isOpen());
     EXPECT_EQ("IOThread", o.threadName);
 
     // A write task writes once, however much the stream took.
@@ -95,7 +92,7 @@ TEST(StreamIOPool, ConfigureRoundRobinAndTaskRules) {
     auto fw = out.writeAsync(data.data(), 1, 1000);
     ASSERT_TRUE(fw.wait());
     EXPECT_EQ(1000u, fw.getResult());
-    EXPECT_EQ(0, memcmp(out.getBytes(), data.data(), 1000));
+    EXPECT_EQ(data, tmaintest::bytesOf(out));
 }
 
 TEST(StreamIOPool, FailuresBecomeResultCodes) {
@@ -140,23 +137,19 @@ struct Job {
     }
     bool ok() {
         return read.wait() && read.getResult() == data.size() && got == data && write.wait() &&
-               write.getResult() == data.size() && memcmp(out.getBytes(), data.data(), data.size()) == 0;
+               write.getResult() == data.size() && tmaintest::bytesOf(out) == data;
     }
 };
 
 TEST(StreamIOPool, ManyCallersManyStreamsCheckedByteForByte) {
-    std::vector<std::thread> callers;
     std::atomic<int> bad{0};
-    for (int c = 0; c < 6; ++c)
-        callers.emplace_back([c, &bad] {
-            std::deque<Job> jobs;
-            for (int i = 0; i < 40; ++i)
-                jobs.emplace_back(tmaintest::randomBytes(500 + 37 * i, c * 1000 + i));
-            for (Job& j : jobs)
-                bad += !j.ok();
-        });
-    for (auto& t : callers)
-        t.join();
+    tmaintest::onThreads(6, [&bad](int c) {
+        std::deque<Job> jobs;
+        for (int i = 0; i < 40; ++i)
+            jobs.emplace_back(tmaintest::randomBytes(500 + 37 * i, c * 1000 + i));
+        for (Job& j : jobs)
+            bad += !j.ok();
+    });
     EXPECT_EQ(0, bad.load());
 }
 
