@@ -38,8 +38,7 @@ TEST(ByteInputStream, CopySeekReadLineAndSTL) {
     EXPECT_TRUE(borrowed.read(c) && c == 'X');
 
     copied.seek(0, Stream::SM_END);
-    EXPECT_TRUE(copied.eof());
-    EXPECT_EQ(0u, copied.read(&c, 1, 1));
+    EXPECT_TRUE(copied.eof() && copied.read(&c, 1, 1) == 0);
     copied.seek(3, Stream::SM_END);
     EXPECT_EQ(size - 3, copied.tell());
     copied.seek(-1000, Stream::SM_CURRENT);
@@ -71,12 +70,11 @@ TEST(ByteInputStream, CopySeekReadLineAndSTL) {
     copied.seek(3, Stream::SM_BEGIN);
     std::istream* is = copied.getSTLStream();
     EXPECT_EQ(is, copied.getSTLStream());
-    std::string word;
+    std::string word, second;
     *is >> word;
-    EXPECT_EQ("cd", word);
     is->seekg(0);
-    *is >> word;
-    EXPECT_EQ("ab", word);
+    *is >> second;
+    EXPECT_EQ("cd ab", word + " " + second);
     EXPECT_EQ(std::streampos(-1), is->seekg(100).tellg());
     // Passing our own copy back without copying must not leave it dangling.
     copied.setInput(copied.getBytes() + 3, 2, false);

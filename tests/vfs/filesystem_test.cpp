@@ -53,12 +53,13 @@ struct stat statOf(const std::string& path) {
     return st;
 }
 
-// One read one byte longer than getSize() claims: a wrong size shows as wrong contents.
+// The file's contents, read in one call with room to spare; getSize() must tell their length.
 std::string readAll(File* f) {
     std::unique_ptr<tarso::stream::InputStream> in(f->getInputStream());
     in->open(Stream::OM_READ | Stream::OM_BINARY);
-    std::string out(f->getSize() + 1, '\0');
+    std::string out(f->getSize() + 4096, '\0');
     out.resize(in->read(&out[0], 1, (unsigned)out.size()));
+    EXPECT_EQ(f->getSize(), out.size()) << f->getPath();
     return out;
 }
 Paths paths(const FileList& list) {
@@ -166,9 +167,9 @@ TEST(VfsStatics, FileNamesExtensionsAndTypes) {
     EXPECT_EQ(p + 1, FileSystem::getExtension(p)); // the last dot of the whole path, folders included
     EXPECT_STREQ(".gz", FileSystem::getExtension("x.tar.gz"));
     EXPECT_STREQ("", FileSystem::getExtension("a/file"));
-    EXPECT_TRUE(FileSystem::checkExtension("x.ZIP", ".zip", false));
+    EXPECT_TRUE(FileSystem::checkExtension("x.ZIP", ".zip", false) &&
+                FileSystem::checkExtension("x.ZIP", ".ZIP", true));
     EXPECT_FALSE(FileSystem::checkExtension("x.ZIP", ".zip", true));
-    EXPECT_TRUE(FileSystem::checkExtension("x.ZIP", ".ZIP", true));
     EXPECT_FALSE(FileSystem::checkExtension("x.zip", "zip", false)); // the dot belongs to the extension
 
     std::string names;
@@ -227,7 +228,6 @@ TEST(SimpleFileSystemTest, CreateLookupStreamsAndAsFileSystem) {
     EXPECT_MESSAGE(FileNotFoundException, "nope/x.txt", d.fs.lookup("nope/x.txt"));
     put(d.at("have.txt"), "12345");
     FilePtr have(d.fs.lookup("have.txt"));
-    EXPECT_EQ(5u, have->getSize());
     EXPECT_EQ("12345", readAll(have));
     EXPECT_MESSAGE(FileNotFoundException, "gone", d.fs.lookup("gone", have.get(), nullptr));
     EXPECT_EQ(d.at("gone"), have->getAbsolutePath()); // re-aimed before the test
@@ -288,10 +288,9 @@ TEST(SimpleFileSystemTest, ListRemoveTouchRenameAndTimes) {
     d.fs.removeContents("sub");
     EXPECT_TRUE(d.fs.isContainer("sub") && FileOperations::isDirectoryEmpty(d.at("sub").c_str()));
     d.fs.remove("abc", 0);
-    EXPECT_FALSE(d.fs.exists("abc"));
     put(d.at("sub/deep/z"), "z");
     d.fs.remove("sub", 1);
-    EXPECT_FALSE(d.fs.exists("sub"));
+    EXPECT_FALSE(d.fs.exists("abc") || d.fs.exists("sub"));
 
     setTimes(d.at("c.dat"), 1000000000, 1000000000);
     d.fs.touch("c.dat");
@@ -302,8 +301,7 @@ TEST(SimpleFileSystemTest, ListRemoveTouchRenameAndTimes) {
 
     EXPECT_FALSE(d.fs.rename("absent", "b"));
     EXPECT_TRUE(d.fs.rename("a.txt", "moved.txt"));
-    EXPECT_EQ("a.txt", readFile(d.at("moved.txt")));
-    EXPECT_FALSE(d.fs.exists("a.txt"));
+    EXPECT_TRUE(readFile(d.at("moved.txt")) == "a.txt" && !d.fs.exists("a.txt"));
     EXPECT_FALSE(d.fs.rename("moved.txt", "b.txt")); // the target exists
     EXPECT_EQ("b.txt", readFile(d.at("b.txt")));
 }
@@ -427,7 +425,6 @@ TEST(FileWrapperTest, ForwardsAndReportsDestruction) {
     {
         FilePtr w(new FileWrapper(inner.get(), 2, cb));
         EXPECT_TRUE(w->exists() && !w->isContainer());
-        EXPECT_EQ(7u, w->getSize());
         EXPECT_EQ("wrapped", readAll(w));
         std::unique_ptr<tarso::stream::OutputStream> out(w->getOutputStream());
         out->open(Stream::OM_WRITE | Stream::OM_APPEND | Stream::OM_BINARY);
@@ -527,18 +524,13 @@ TEST(FileSystemAsync, LookupsFromEightThreads) {
                  {&mem, "boom", FileSystem::LUA_UNKNOWN_ERROR, "boom at boom"},
                  {&mem, "int", 0, "unknown error looking up file"}};
 
-    std::atomic<bool> go(false); // all eight threads start their lookups together
-    std::vector<std::thread> threads;
-    for (Job& job : jobs)
-        threads.emplace_back([&, j = &job] {
-            while (!go)
-                std::this_thread::yield();
-            j->future = j->fs->lookupAsync(j->path, data);
-            j->future.wait();
-        });
-    go = true;
-    for (std::thread& t : threads)
-        t.join();
+    std::atomic<int> waiting(8); // all eight threads start their lookups together
+    tmaintest::onThreads(8, [&](int i) {
+        for (--waiting; waiting > 0;)
+            std::this_thread::yield();
+        jobs[i].future = jobs[i].fs->lookupAsync(jobs[i].path, data);
+        jobs[i].future.wait();
+    });
 
     for (Job& j : jobs) {
         ASSERT_TRUE(j.future.isCompleted()) << j.path;
