@@ -8,7 +8,6 @@
 #include <tmain/stream/FileInputStream.h>
 #include <tmain/stream/FileOutputStream.h>
 #include <tmain/stream/IOException.h>
-#include <tmain/stream/StreamIOPool.h>
 
 #include <climits>
 #include <cstring>
@@ -392,9 +391,8 @@ TEST(FileStreams, OpenReadWriteAndMessages) {
     EXPECT_EQ(std::string("\0\0\0\1\0\0XY++!tail", 15), readFile(out));
 }
 
-// Streams share no state: one pair per thread, plus transfers handed to the
-// I/O pool's threads.
-TEST(FileStreams, OnePairPerThreadAndPoolTransfers) {
+// Streams share no state: one buffered file pair per thread.
+TEST(FileStreams, OnePairPerThread) {
     tmaintest::TempDir dir;
     std::vector<int> ok(4, 0);
     tmaintest::onThreads(4, [&](int t) {
@@ -413,18 +411,6 @@ TEST(FileStreams, OnePairPerThreadAndPoolTransfers) {
         ok[t] = back == data;
     });
     EXPECT_EQ(std::vector<int>(4, 1), ok);
-
-    ByteOutputStream out;
-    out.open(Stream::OM_WRITE);
-    const std::string data = tmaintest::randomBytes(70000, 9);
-    core::Future<unsigned> w = out.writeAsync(data.data(), 7, 10000);
-    ASSERT_TRUE(w.wait() && w.getResult() == 70000u);
-    ByteInputStream in(out.getBytes(), out.getSize(), true);
-    std::string back(70000, '\0');
-    core::Future<unsigned> r = in.readAsync(&back[0], 10000, 7);
-    ASSERT_TRUE(r.wait() && r.getResult() == 70000u);
-    EXPECT_EQ(data, back);
-    StreamIOPool::deleteSingleton();
 }
 
 } // namespace
