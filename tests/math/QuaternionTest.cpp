@@ -164,12 +164,12 @@ TEST(Quaternion, EulerAndShortestArc) {
         EXPECT_NEAR(arc.length(), 1.0f, 1e-6f);
     }
 
-    // Gimbal lock: angles differ from the input but describe the same rotation.
+    // Gimbal lock: whichever angles come back (the split is a free choice), they
+    // describe the same rotation.
     Quaternion locked, back;
     Quaternion::fromEuler(Vector3(0.7f, 0.4f, PI / 2), locked);
     Quaternion::fromEuler(locked.getEulerAngles(), back);
     EXPECT_NEAR(std::fabs(locked.dot(back)), 1.0f, 1e-5f);
-    EXPECT_EQ(locked.getEulerAngles().y, 0.0f);
 
     Quaternion arc;
     arc.calculate(Vector3(1, 0, 0), Vector3(-2, 0, 0));
