@@ -65,7 +65,8 @@ TEST(TypeRecords, AncestryAndReflectionByName) {
     EXPECT_EQ(&kMid, core::Type::Reflection()["test::Mid"]);
     EXPECT_EQ(nullptr, core::Type::Reflection()["test::Nope"]);
     EXPECT_EQ(&core::Exception::TYPE, core::Type::Reflection()["core::Exception"]);
-    EXPECT_TRUE(*core::Type::NOTYPE.getName() == 0 && core::Type::NOTYPE.getParentCount() == 0);
+    EXPECT_STREQ("", core::Type::NOTYPE.getName());
+    EXPECT_EQ(0u, core::Type::NOTYPE.getParentCount());
 }
 
 TEST(Exceptions, FormatTruncateCloneAndRethrowOnAnotherThread) {
