@@ -22,6 +22,8 @@ glm::quat toGlm(const Quaternion& q) {
 
 // Component-wise closeness of a quaternion to GLM's, or of two vectors.
 template <class A, class B> void expectNear(const A& a, const B& b, float tol, const char* what) {
+    static_assert(std::is_same<A, Quaternion>::value == std::is_same<B, glm::quat>::value,
+                  "w would go unchecked");
     EXPECT_NEAR(a.x, b.x, tol) << what;
     EXPECT_NEAR(a.y, b.y, tol) << what;
     EXPECT_NEAR(a.z, b.z, tol) << what;

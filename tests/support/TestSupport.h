@@ -2,6 +2,7 @@
 // Fixtures shared by the test suites: temporary directories, log capture and
 // external tools used as peers.
 #include <gtest/gtest.h>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <tmain/foundation/Logger.h>
