@@ -32,10 +32,8 @@ std::vector<std::string> keysOf(const core::CKHashMapBase<std::string>& map) {
 
 TEST(CKHashMap, PutGetRemoveAndOrder) {
     StringMap map(false, "dflt");
-    EXPECT_TRUE(map.empty());
+    EXPECT_TRUE(map.empty() && map.size() == 0 && !map.containsKey("missing"));
     EXPECT_EQ("dflt", map.get("missing"));
-    EXPECT_FALSE(map.containsKey("missing"));
-    EXPECT_EQ(0u, map.size());
 
     char key[] = "abc";
     EXPECT_FALSE(map.put(key, "lower"));
@@ -46,16 +44,14 @@ TEST(CKHashMap, PutGetRemoveAndOrder) {
     EXPECT_TRUE(map.put("abc", "lower2"));
     EXPECT_EQ((std::vector<std::string>{"=empty", "Abc=upper", "ab=short", "abc=lower2"}), keysOf(map));
     EXPECT_FALSE(map.containsKey("zbc"));
-    EXPECT_EQ("upper", map.get("Abc"));
-    EXPECT_EQ("dflt", map.get("ABC"));
+    EXPECT_EQ("upper dflt", map.get("Abc") + " " + map.get("ABC")); // keys are case-sensitive
 
     // Re-putting and removing through the map's own key buffer must not
     // touch freed memory.
     EXPECT_TRUE(map.put(map.begin()->first, "again"));
     EXPECT_TRUE(map.remove(map.begin()->first));
     EXPECT_TRUE(map.remove("ab"));
-    EXPECT_FALSE(map.remove("ab"));
-    EXPECT_FALSE(map.remove(nullptr));
+    EXPECT_FALSE(map.remove("ab") || map.remove(nullptr));
     EXPECT_EQ((std::vector<std::string>{"Abc=upper", "abc=lower2"}), keysOf(map));
 
     EXPECT_EQ("dflt", map.get(nullptr));
@@ -77,8 +73,7 @@ TEST(CKHashMap, LostValuesAndResolve) {
         // get neither resolves nor inserts; operator[] stores what resolve gives.
         EXPECT_EQ("none", map.get("x"));
         EXPECT_FALSE(map.containsKey("x"));
-        EXPECT_EQ("x#1", map["x"]);
-        EXPECT_EQ("x#1", map[std::string("x")]);
+        EXPECT_EQ("x#1 x#1", map["x"] + " " + map[std::string("x")]);
         EXPECT_TRUE(map.put("k", "k2"));
         EXPECT_EQ("k2", map["k"]);
         EXPECT_EQ(1, map.mResolved);
@@ -112,7 +107,7 @@ TEST(CKHashMap, CopiesAreIndependent) {
     StringMap& alias = assigned;
     assigned = alias;
     EXPECT_EQ(keysOf(original), keysOf(assigned));
-    EXPECT_EQ("d1", assigned.get("old"));
+    EXPECT_EQ("d1", assigned.get("old")); // the default value comes along
     original.clear();
     EXPECT_EQ((std::vector<std::string>{"a=1", "b=2"}), keysOf(assigned));
 

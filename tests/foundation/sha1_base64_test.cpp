@@ -12,12 +12,6 @@ using namespace tmaintest;
 
 namespace {
 
-std::string output(const std::string& cmd) {
-    std::string out;
-    EXPECT_EQ(0, run(cmd, &out)) << cmd;
-    return out;
-}
-
 /// Hashes data in one piece, or with a seed in random pieces of 0..149 bytes.
 std::string sha1Hex(const std::string& data, unsigned chunkSeed = 0) {
     CSHA1 sha;
@@ -90,7 +84,7 @@ TEST(SHA1Test, MatchesSha1sum) {
     // The tool hashes these zeros on the other core meanwhile.
     const size_t total = (size_t(1) << 29) + 4099;
     std::string big;
-    std::thread peer([&] { big = output("head -c " + std::to_string(total) + " /dev/zero | sha1sum"); });
+    std::thread peer([&] { big = outputOf("head -c " + std::to_string(total) + " /dev/zero | sha1sum"); });
     // The tool checks our digest of each piece, hashed whole and in pieces.
     TempDir dir;
     std::string sums;
@@ -101,7 +95,7 @@ TEST(SHA1Test, MatchesSha1sum) {
         sums += hex + "  d" + std::to_string(n) + "\n";
     }
     writeFile(dir.file("sums"), sums);
-    EXPECT_EQ("", output("cd '" + dir.path() + "' && sha1sum --quiet -c sums"));
+    EXPECT_EQ("", outputOf("cd '" + dir.path() + "' && sha1sum --quiet -c sums"));
     std::string hash;
     const std::string block(1 << 20, '\0');
     CSHA1 sha;
@@ -154,7 +148,7 @@ TEST(Base64Test, MatchesCoreutilsBase64) {
     }
     writeFile(dir.file("filled"), filled);
     writeFile(dir.file("ours"), ours);
-    output("cd '" + dir.path() + "' && base64 -w0 filled > w && base64 filled > l && base64 -d ours > b");
+    outputOf("cd '" + dir.path() + "' && base64 -w0 filled > w && base64 filled > l && base64 -d ours > b");
     std::replace(ours.begin(), ours.end(), '=', 'A');
     EXPECT_TRUE(readFile(dir.file("w")) == ours);
     EXPECT_TRUE(readFile(dir.file("b")) == plain);

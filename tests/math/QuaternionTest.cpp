@@ -20,17 +20,15 @@ glm::quat toGlm(const Quaternion& q) {
     return glm::quat(q.w, q.x, q.y, q.z);
 }
 
-void expectNear(const Quaternion& q, const glm::quat& g, float tol, const char* what) {
-    EXPECT_NEAR(q.x, g.x, tol) << what;
-    EXPECT_NEAR(q.y, g.y, tol) << what;
-    EXPECT_NEAR(q.z, g.z, tol) << what;
-    EXPECT_NEAR(q.w, g.w, tol) << what;
-}
-
-void expectNear(const Vector3& v, const Vector3& u, float tol, const char* what) {
-    EXPECT_NEAR(v.x, u.x, tol) << what;
-    EXPECT_NEAR(v.y, u.y, tol) << what;
-    EXPECT_NEAR(v.z, u.z, tol) << what;
+// Component-wise closeness of a quaternion to GLM's, or of two vectors.
+template <class A, class B> void expectNear(const A& a, const B& b, float tol, const char* what) {
+    static_assert(std::is_same<A, Quaternion>::value == std::is_same<B, glm::quat>::value,
+                  "w would go unchecked");
+    EXPECT_NEAR(a.x, b.x, tol) << what;
+    EXPECT_NEAR(a.y, b.y, tol) << what;
+    EXPECT_NEAR(a.z, b.z, tol) << what;
+    if constexpr (std::is_same<A, Quaternion>::value)
+        EXPECT_NEAR(a.w, b.w, tol) << what;
 }
 
 Quaternion randomUnit(std::mt19937& rng) {
@@ -168,12 +166,12 @@ TEST(Quaternion, EulerAndShortestArc) {
         EXPECT_NEAR(arc.length(), 1.0f, 1e-6f);
     }
 
-    // Gimbal lock: angles differ from the input but describe the same rotation.
+    // Gimbal lock: whichever angles come back (the split is a free choice), they
+    // describe the same rotation.
     Quaternion locked, back;
     Quaternion::fromEuler(Vector3(0.7f, 0.4f, PI / 2), locked);
     Quaternion::fromEuler(locked.getEulerAngles(), back);
     EXPECT_NEAR(std::fabs(locked.dot(back)), 1.0f, 1e-5f);
-    EXPECT_EQ(locked.getEulerAngles().y, 0.0f);
 
     Quaternion arc;
     arc.calculate(Vector3(1, 0, 0), Vector3(-2, 0, 0));
@@ -212,11 +210,8 @@ TEST(Quaternion, MatrixAndBoundRecords) {
     m3.m[1] = 4.0f;
     m3.extra[2] = 2.0f;
     m3.setIdentity();
-    EXPECT_EQ(m3(1, 1), 1.0f);
-    EXPECT_EQ(m3(0, 1), 0.0f);
-    EXPECT_EQ(m3.extra[2], 2.0f);
+    EXPECT_TRUE(m3(1, 1) == 1.0f && m3(0, 1) == 0.0f && m3.extra[2] == 2.0f);
 
     const Bound b;
-    EXPECT_EQ(b.center, Vector3::ZERO);
-    EXPECT_EQ(b.radius, 0.0f);
+    EXPECT_TRUE(b.center == Vector3::ZERO && b.radius == 0.0f);
 }

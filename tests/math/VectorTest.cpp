@@ -16,16 +16,10 @@ using namespace tarso::math;
 
 TEST(Vector, LayoutAndConstants) {
     const Vector4 v(1.5f, -2.0f, 3.25f, 4.0f);
-    float raw[4];
-    std::memcpy(raw, &v, sizeof raw);
-    EXPECT_EQ(raw[0], 1.5f);
-    EXPECT_EQ(raw[1], -2.0f);
-    EXPECT_EQ(raw[2], 3.25f);
-    EXPECT_EQ(raw[3], 4.0f);
-
-    const V2 plain = {3.0f, 4.0f};
+    const float raw[4] = {1.5f, -2.0f, 3.25f, 4.0f};
+    EXPECT_EQ(0, std::memcmp(raw, &v, sizeof raw)); // x, y, z, w in this order from the start
     Vector2 assigned;
-    assigned = plain;
+    assigned = V2{3.0f, 4.0f};
     EXPECT_EQ(assigned, Vector2(3.0f, 4.0f));
 
     EXPECT_EQ(AXIS_VECTORS[0], Vector3::AXIS_X);
@@ -44,12 +38,10 @@ TEST(Vector, LayoutAndConstants) {
 }
 
 TEST(Vector, NormalizeAndFastPaths) {
-    Vector2 v(3.0f, 4.0f);
+    Vector2 v(3.0f, 4.0f), zero;
     EXPECT_EQ(v.normalize(), 5.0f);
     EXPECT_FLOAT_EQ(v.x, 0.6f);
     EXPECT_FLOAT_EQ(v.y, 0.8f);
-
-    Vector2 zero;
     zero.normalize();
     EXPECT_TRUE(std::isnan(zero.x) && std::isnan(zero.y));
 
@@ -57,8 +49,7 @@ TEST(Vector, NormalizeAndFastPaths) {
     Vector3 z3;
     float len = -1.0f;
     z3.fnormalize(len);
-    EXPECT_EQ(len, 0.0f);
-    EXPECT_EQ(z3, Vector3::ZERO); // no NaN from the zero vector
+    EXPECT_TRUE(len == 0.0f && z3 == Vector3::ZERO); // no NaN from the zero vector
 
     Vector3 f(3.0f, 4.0f, 0.0f);
     EXPECT_NEAR(f.flength(), 5.0f, 5.0f * 0.002f);
@@ -122,12 +113,11 @@ TEST(Vector, MatchesGlmOnRandomInputs) {
 TEST(Vector, ComponentWiseHelpers) {
     Vector3 v(1, 5, -3);
     Vector3 lo, hi;
-    v.min(Vector3(2, 2, 2), lo);
-    v.max(Vector3(2, 2, 2), hi);
+    v.min(Vector3::TWO, lo);
+    v.max(Vector3::TWO, hi);
     EXPECT_EQ(lo, Vector3(1, 2, -3));
     EXPECT_EQ(hi, Vector3(2, 5, 2));
-    EXPECT_EQ(v.getMax(), 5.0f);
-    EXPECT_EQ(v.getMin(), -3.0f);
+    EXPECT_TRUE(v.getMax() == 5.0f && v.getMin() == -3.0f);
     // clamp applies lo first, so an inverted range yields hi.
     EXPECT_EQ(Vector3(v).clamp(Vector3(0, 0, 0), Vector3(2, 2, 2)), Vector3(1, 2, 0));
     EXPECT_EQ(Vector3(v).clamp(Vector3(10, 10, 10), Vector3(0, 0, 0)), Vector3(0, 0, 0));
@@ -137,9 +127,7 @@ TEST(Vector, ComponentWiseHelpers) {
     big.floor();
     EXPECT_EQ(big, Vector3(3.0e9f, -1.0f, 1.0e20f));
 
-    EXPECT_FALSE(Vector4::ZERO.any());
-    EXPECT_TRUE(Vector4(0, 0, 0, -0.1f).any());
-    EXPECT_FALSE(Vector2(-0.0f, 0.0f).any());
+    EXPECT_TRUE(!Vector4::ZERO.any() && Vector4(0, 0, 0, -0.1f).any() && !Vector2(-0.0f, 0.0f).any());
 
     Vector2 r = Vector2::AXIS_X;
     r.rotate2D(1.5707964f);
@@ -151,39 +139,32 @@ TEST(Vector, ComponentWiseHelpers) {
     v.mul(Vector3(2, 3, 4), out);
     EXPECT_EQ(out, Vector3(2, 15, -12));
     out[1] = 7;
-    EXPECT_EQ(out.y, 7.0f);
-    EXPECT_EQ(Vector4(1, 2, 3, 4)[3], 4.0f);
+    EXPECT_TRUE(out.y == 7.0f && Vector4(1, 2, 3, 4)[3] == 4.0f);
 
-    EXPECT_TRUE(Vector3(1, 2, 3) < Vector3(1, 2, 4));
-    EXPECT_TRUE(Vector3(0, 9, 9) < Vector3(1, 0, 0));
+    EXPECT_TRUE(Vector3(1, 2, 3) < Vector3(1, 2, 4) && Vector3(0, 9, 9) < Vector3(1, 0, 0)); // lexicographic
     EXPECT_FALSE(Vector3(1, 2, 3) < Vector3(1, 2, 3));
-    EXPECT_TRUE(Vector2(1, 2) >= Vector2(1, 2));
-    EXPECT_NE(Vector2(1, 2), Vector2(2, 1));
+    EXPECT_TRUE(Vector2(1, 2) >= Vector2(1, 2) && Vector2(1, 2) != Vector2(2, 1));
 }
 
 TEST(MathUtil, PowersOfTwoAndResize) {
-    EXPECT_FALSE(isPowerOfTwo(0));
-    EXPECT_TRUE(isPowerOfTwo(1));
-    EXPECT_TRUE(isPowerOfTwo(1u << 31));
-    EXPECT_FALSE(isPowerOfTwo(6));
-    EXPECT_FALSE(isPowerOfTwo(0xFFFFFFFFu));
+    EXPECT_TRUE(isPowerOfTwo(1) && isPowerOfTwo(1u << 31));
+    EXPECT_FALSE(isPowerOfTwo(0) || isPowerOfTwo(6) || isPowerOfTwo(0xFFFFFFFFu));
 
-    struct Case {
-        unsigned value, lower, upper, nearest;
-    } cases[] = {{0, 1, 1, 1},
-                 {1, 1, 1, 1},
-                 {5, 4, 8, 4},
-                 {6, 4, 8, 8},
-                 {7, 4, 8, 8},
-                 {64, 64, 64, 64},
-                 {1000, 512, 1024, 1024},
-                 {0x80000001u, 0x80000000u, 0x80000000u, 0x80000000u},
-                 {0xFFFFFFFFu, 0x80000000u, 0x80000000u, 0x80000000u}};
-    for (const Case& c : cases) {
+    const unsigned H = 1u << 31;
+    const unsigned cases[][4] = {// value, lower, upper, nearest
+                                 {0, 1, 1, 1},
+                                 {1, 1, 1, 1},
+                                 {5, 4, 8, 4},
+                                 {6, 4, 8, 8},
+                                 {7, 4, 8, 8},
+                                 {64, 64, 64, 64},
+                                 {1000, 512, 1024, 1024},
+                                 {H + 1, H, H, H},
+                                 {~0u, H, H, H}};
+    for (const auto& c : cases) {
         unsigned lower = 0, upper = 0;
-        EXPECT_EQ(nearestPowerOfTwo(c.value, lower, upper), c.nearest) << c.value;
-        EXPECT_EQ(lower, c.lower) << c.value;
-        EXPECT_EQ(upper, c.upper) << c.value;
+        EXPECT_EQ(c[3], nearestPowerOfTwo(c[0], lower, upper)) << c[0];
+        EXPECT_TRUE(lower == c[1] && upper == c[2]) << c[0] << ": " << lower << ", " << upper;
     }
 
     EXPECT_EQ(getAspectRatioResize(Vector2(200, 100), Vector2(100, 100)), Vector2(100, 50));

@@ -2,9 +2,7 @@
 // consumer project built against it with find_package(tmain) and with
 // pkg-config, and every public header reachable from tmain/tmain.h.
 #include "../support/TestSupport.h"
-#include <fstream>
 #include <gtest/gtest.h>
-#include <set>
 #include <sstream>
 
 namespace {
@@ -32,22 +30,17 @@ std::string quote(const std::string& s) {
 
 TEST(Package, InstallsAndBuildsAConsumer) {
     TMAIN_REQUIRE_TOOL("cmake");
+    using tmaintest::outputOf;
     tmaintest::TempDir dir;
-    std::string prefix = dir.file("prefix"), out;
-    ASSERT_EQ(0, tmaintest::run("cmake --install " + quote(TMAIN_BINARY_DIR) + " --prefix " + quote(prefix) +
-                                    " 2>&1",
-                                &out))
-        << out;
+    const std::string prefix = dir.file("prefix"), src = dir.file("consumer"), flags = TMAIN_SANITIZE_FLAGS;
+    outputOf("cmake --install " + quote(TMAIN_BINARY_DIR) + " --prefix " + quote(prefix) + " 2>&1");
+    ASSERT_FALSE(HasFailure());
 
     // Every installed public header is included by the umbrella header.
-    std::string umbrella = tmaintest::readFile(prefix + "/include/tmain/tmain.h");
-    ASSERT_FALSE(umbrella.empty());
-    std::string headers;
-    tmaintest::run("cd " + quote(prefix + "/include") + " && find tmain -name '*.h' | sort", &headers);
-    std::istringstream lines(headers);
-    std::string h;
+    const std::string umbrella = tmaintest::readFile(prefix + "/include/tmain/tmain.h");
+    std::istringstream headers(outputOf("cd " + quote(prefix + "/include") + " && find tmain -name '*.h'"));
     int count = 0;
-    while (std::getline(lines, h)) {
+    for (std::string h; std::getline(headers, h);) {
         if (h == "tmain/tmain.h" || h == "tmain/Export.h")
             continue;
         ++count;
@@ -56,9 +49,8 @@ TEST(Package, InstallsAndBuildsAConsumer) {
     }
     EXPECT_GT(count, 30);
 
-    std::string src = dir.file("consumer");
-    tmaintest::writeFile(dir.file("consumer.cpp"), kConsumer);
-    tmaintest::run("mkdir -p " + quote(src));
+    // A consumer built with find_package(tmain), then the same with pkg-config's flags.
+    outputOf("mkdir -p " + quote(src));
     tmaintest::writeFile(src + "/main.cpp", kConsumer);
     tmaintest::writeFile(src + "/CMakeLists.txt", "cmake_minimum_required(VERSION 3.16)\n"
                                                   "project(consumer CXX)\n"
@@ -66,37 +58,22 @@ TEST(Package, InstallsAndBuildsAConsumer) {
                                                   "find_package(tmain REQUIRED)\n"
                                                   "add_executable(consumer main.cpp)\n"
                                                   "target_link_libraries(consumer PRIVATE tmain::tmain)\n");
-    std::string flags = std::string(TMAIN_SANITIZE_FLAGS);
-    std::string configure =
-        "cmake -S " + quote(src) + " -B " + quote(dir.file("cbuild")) +
-        " -DCMAKE_PREFIX_PATH=" + quote(prefix) + " -DCMAKE_CXX_COMPILER=" + quote(TMAIN_CXX_COMPILER) +
-        " -DCMAKE_CXX_FLAGS=" + quote(flags) + " -DCMAKE_EXE_LINKER_FLAGS=" + quote(flags) + " 2>&1";
-    ASSERT_EQ(0, tmaintest::run(configure, &out)) << out;
-    ASSERT_EQ(0, tmaintest::run("cmake --build " + quote(dir.file("cbuild")) + " 2>&1", &out)) << out;
-    std::string libdir;
-    tmaintest::run("dirname $(find " + quote(prefix) + " -name 'libtmain.so*' | head -1)", &libdir);
-    while (!libdir.empty() && libdir.back() == '\n')
-        libdir.pop_back();
-    ASSERT_EQ(0, tmaintest::run("LD_LIBRARY_PATH=" + quote(libdir) + " " + quote(dir.file("cbuild/consumer")),
-                                &out));
-    EXPECT_EQ("15 pkg a9993e364706816aba3e25717850c26c9cd0d89d\n", out);
+    outputOf("cmake -S " + quote(src) + " -B " + quote(dir.file("cbuild")) +
+             " -DCMAKE_PREFIX_PATH=" + quote(prefix) + " -DCMAKE_CXX_COMPILER=" + quote(TMAIN_CXX_COMPILER) +
+             " -DCMAKE_CXX_FLAGS=" + quote(flags) + " -DCMAKE_EXE_LINKER_FLAGS=" + quote(flags) +
+             " 2>&1 && cmake --build " + quote(dir.file("cbuild")) + " 2>&1");
+    const std::string libdir =
+        outputOf("dirname $(find " + quote(prefix) + " -name 'libtmain.so*' | head -1) | tr -d '\\n'");
+    const std::string expected = "15 pkg a9993e364706816aba3e25717850c26c9cd0d89d\n";
+    EXPECT_EQ(expected,
+              outputOf("LD_LIBRARY_PATH=" + quote(libdir) + " " + quote(dir.file("cbuild/consumer"))));
 
-    // The same through pkg-config.
     TMAIN_REQUIRE_TOOL("pkg-config");
-    std::string pc;
-    ASSERT_EQ(0, tmaintest::run("PKG_CONFIG_PATH=" + quote(libdir + "/pkgconfig") +
-                                    " pkg-config --cflags --libs tmain",
-                                &pc));
-    while (!pc.empty() && pc.back() == '\n')
-        pc.pop_back();
-    ASSERT_EQ(0, tmaintest::run(quote(TMAIN_CXX_COMPILER) + " -std=c++17 " + flags + " " +
-                                    quote(dir.file("consumer.cpp")) + " -o " +
-                                    quote(dir.file("pc-consumer")) + " " + pc + " 2>&1",
-                                &out))
-        << out;
-    ASSERT_EQ(
-        0, tmaintest::run("LD_LIBRARY_PATH=" + quote(libdir) + " " + quote(dir.file("pc-consumer")), &out));
-    EXPECT_EQ("15 pkg a9993e364706816aba3e25717850c26c9cd0d89d\n", out);
+    const std::string pc = outputOf("PKG_CONFIG_PATH=" + quote(libdir + "/pkgconfig") +
+                                    " pkg-config --cflags --libs tmain | tr -d '\\n'");
+    outputOf(quote(TMAIN_CXX_COMPILER) + " -std=c++17 " + flags + " " + quote(src + "/main.cpp") + " -o " +
+             quote(dir.file("pc-consumer")) + " " + pc + " 2>&1");
+    EXPECT_EQ(expected, outputOf("LD_LIBRARY_PATH=" + quote(libdir) + " " + quote(dir.file("pc-consumer"))));
 }
 
 } // namespace

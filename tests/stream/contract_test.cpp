@@ -14,12 +14,9 @@
 using namespace tarso::stream;
 using tarso::platform::ENDIAN_BIG;
 using tarso::platform::ENDIAN_LITTLE;
+using tmaintest::bytesOf;
 
 namespace {
-
-std::string bytesOf(const ByteOutputStream& out) {
-    return std::string(reinterpret_cast<const char*>(out.getBytes()), out.getSize());
-}
 
 template <class T> T readBack(InputStream& in) {
     T v{};

@@ -24,8 +24,7 @@ TempDir::~TempDir() {
     run("rm -rf '" + mPath + "'");
 }
 
-LogCapture::LogCapture() : logging::Appender(nullptr), mAttached(false) {}
-LogCapture::~LogCapture() {}
+LogCapture::LogCapture() : logging::Appender(nullptr) {}
 
 void LogCapture::detach() {
     logging::Logger::getRootLogger().removeAppender(this);
@@ -87,6 +86,12 @@ int run(const std::string& command, std::string* output) {
     if (output)
         *output = out;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string outputOf(const std::string& command) {
+    std::string out;
+    EXPECT_EQ(0, run(command, &out)) << command << "\n" << out;
+    return out;
 }
 
 std::string readFile(const std::string& path) {

@@ -2,7 +2,9 @@
 // Fixtures shared by the test suites: temporary directories, log capture and
 // external tools used as peers.
 #include <gtest/gtest.h>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <tmain/foundation/Logger.h>
 #include <vector>
 
@@ -25,7 +27,6 @@ private:
 class LogCapture : public logging::Appender {
 public:
     LogCapture();
-    ~LogCapture() override;
     /// Keeps the capture registered until detach() (for objects used across scopes).
     void detach();
     std::vector<std::string> messages(logging::Level atLeast = logging::LEVEL_DEBUG) const;
@@ -38,7 +39,6 @@ protected:
 private:
     mutable std::mutex mMutex;
     std::vector<std::pair<logging::Level, std::string>> mEvents;
-    bool mAttached;
 };
 
 /// RAII registration of a LogCapture on the root logger.
@@ -68,6 +68,8 @@ bool underCI();
 
 /// Runs a shell command; returns its exit status and fills `output` with stdout.
 int run(const std::string& command, std::string* output = nullptr);
+/// The stdout of a shell command that must succeed (a failure fails the calling test).
+std::string outputOf(const std::string& command);
 
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& data);
@@ -85,5 +87,19 @@ template <class E, class F> std::string messageOf(F f) {
 
 /// Deterministic pseudo-random bytes.
 std::string randomBytes(size_t n, unsigned seed);
+
+/// The bytes held by a memory stream (anything with getBytes() and getSize()).
+template <class S> std::string bytesOf(const S& stream) {
+    return std::string(reinterpret_cast<const char*>(stream.getBytes()), stream.getSize());
+}
+
+/// Runs body(i) for i in [0, n) on n threads at once and joins them.
+template <class F> void onThreads(int n, F body) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < n; ++i)
+        threads.emplace_back(body, i);
+    for (auto& t : threads)
+        t.join();
+}
 
 } // namespace tmaintest
