@@ -78,12 +78,11 @@ std::string Serializer::Version::toString() const {
 
 Serializer::Serializer(ObjectFactory<Object>* factory)
     : mNextID(0), mFactory(factory), mTotalCount(0), mPathResolve(nullptr), mVersion{0, 0, 0, 0}, mDepth(0),
-      mScanStream(nullptr), mScanStarted(false), mScanLast(0) {}
+      mScanStream(nullptr), mFrontier(0) {}
 
 Serializer::Serializer(const Serializer& other)
     : Object(other), mNextID(0), mFactory(other.mFactory), mTotalCount(0), mPathResolve(nullptr),
-      mVersion(other.mVersion), mRootPath(other.mRootPath), mDepth(0), mScanStream(nullptr),
-      mScanStarted(false), mScanLast(0) {
+      mVersion(other.mVersion), mRootPath(other.mRootPath), mDepth(0), mScanStream(nullptr), mFrontier(0) {
     for (Object* o : other.mObjects)
         addObject(o);
     if (other.mPathResolve)
@@ -307,32 +306,27 @@ void Serializer::read(InputStream* in, bool withHeader) {
         readHeader(in, h);
     std::unique_ptr<stream::DeflateInputStream> inflater;
     if (h.reserved[0] == 1) {
-        inflater.reset(new stream::DeflateInputStream(in, false, COPY_BUFFER_SIZE, COPY_BUFFER_SIZE));
+        // The content after the header is raw deflate: no zlib header or checksum.
+        inflater.reset(new stream::DeflateInputStream(in, false, COPY_BUFFER_SIZE, COPY_BUFFER_SIZE, true));
         inflater->open(Stream::OM_READ | Stream::OM_BINARY);
         inflater->setEndianness(in->getEndianness());
         in = inflater.get();
     }
     if (!in->isOpen())
         in->open(Stream::OM_READ | Stream::OM_BINARY);
-    // Records of a sound stream are read in stream order, each starting after
-    // the one before; one that starts at or before that point is being read
-    // again (a length running backwards), which a hostile stream could repeat
-    // without end or make the work grow exponentially with the nesting.
+    // Records of a sound stream are read in stream order; see enterRecord().
     struct ScanScope {
         Serializer& s;
         const InputStream* stream;
-        bool started;
-        unsigned last;
+        unsigned frontier;
         ScanScope(Serializer& ser, const InputStream* in)
-            : s(ser), stream(ser.mScanStream), started(ser.mScanStarted), last(ser.mScanLast) {
+            : s(ser), stream(ser.mScanStream), frontier(ser.mFrontier) {
             s.mScanStream = in;
-            s.mScanStarted = false;
-            s.mScanLast = 0;
+            s.mFrontier = 0;
         }
         ~ScanScope() {
             s.mScanStream = stream;
-            s.mScanStarted = started;
-            s.mScanLast = last;
+            s.mFrontier = frontier;
         }
     } scope(*this, in);
     unsigned kept = 0;
@@ -374,7 +368,10 @@ void Serializer::deserializeType(char* buffer, unsigned& length, unsigned maxLen
 }
 
 void Serializer::seekSafe(InputStream* in, unsigned position) {
-    unsigned current = in->tell();
+    seekSafe(in, in->tell(), position);
+}
+
+void Serializer::seekSafe(InputStream* in, unsigned current, unsigned position) {
     if (position == current)
         return;
     if (position < current) {
@@ -391,6 +388,38 @@ void Serializer::seekSafe(InputStream* in, unsigned position) {
             break;
         remaining -= got;
     }
+}
+
+// A record is fresh when it starts at or after the furthest position read()
+// has reached in its stream: in a sound stream every record is. An object that
+// reads past its own record makes the reader go back to the record's end and
+// read the following records again; that is the defined recovery. A record
+// read again that sends the reader back once more makes no progress (a length
+// running backwards, or records that each over-read into the next, whose work
+// would double with every level), so it ends the read. Each record is fresh
+// only once, which bounds the re-reading to the nesting depth times the
+// stream's length.
+bool Serializer::enterRecord(const InputStream* in, unsigned start, unsigned dataStart) {
+    if (in != mScanStream)
+        return true;
+    const bool fresh = start >= mFrontier;
+    if (dataStart > mFrontier)
+        mFrontier = dataStart;
+    return fresh;
+}
+
+void Serializer::leaveRecord(InputStream* in, unsigned start, bool fresh, unsigned now, unsigned end) {
+    if (in == mScanStream) {
+        if (now > mFrontier)
+            mFrontier = now;
+        if (end < now && !fresh)
+            throw stream::IOException("Object record at %8X read twice. Object stream read aborted", start);
+    }
+    seekSafe(in, now, end);
+}
+
+unsigned Serializer::recordHeaderSize() const {
+    return mVersion > VERSION_1_0_0_0 ? 16 : 12;
 }
 
 bool Serializer::readRecordHeader(InputStream* in, unsigned& id, unsigned& suid, unsigned& length,
@@ -417,13 +446,6 @@ Serializable* Serializer::readObject(InputStream* in, Serializable* instance) {
 }
 
 Serializable* Serializer::readObject(InputStream* in, const ::core::Type& expected, Serializable* instance) {
-    if (in == mScanStream) {
-        unsigned start = in->tell();
-        if (mScanStarted && start <= mScanLast)
-            throw stream::IOException("Object record at %8X read twice. Object stream read aborted", start);
-        mScanStarted = true;
-        mScanLast = start;
-    }
     unsigned id = 0, suid = 0, length = 0;
     if (readRecordHeader(in, id, suid, length, "Unknown stream signature '%s'")) {
         Serializable* s = getObjectByID(id);
@@ -439,6 +461,8 @@ Serializable* Serializer::readObject(InputStream* in, const ::core::Type& expect
     const unsigned p = in->tell();
     if (id == OID_INVALID && length == 0)
         return nullptr;
+    const unsigned start = p - recordHeaderSize();
+    const bool fresh = enterRecord(in, start, p);
     if (mDepth >= sMaxNesting)
         throw stream::IOException("Object stream nested deeper than %u objects. Object stream read aborted",
                                   sMaxNesting);
@@ -455,7 +479,7 @@ Serializable* Serializer::readObject(InputStream* in, const ::core::Type& expect
             Logger::mROOT_LOGGER.warn(
                 "Unable to create object instance for type name '%s'. Skipping object stream read.",
                 typeName);
-            seekSafe(in, p + length);
+            leaveRecord(in, start, fresh, in->tell(), p + length);
             return nullptr;
         }
         mCreated.emplace_back(o); // freed by reset() unless someone else holds it
@@ -476,13 +500,12 @@ Serializable* Serializer::readObject(InputStream* in, const ::core::Type& expect
         instance->deserializeLegacy1(in, this, suid);
     else
         instance->deserializeLegacy0(in, this);
-    unsigned now = in->tell();
-    if (now != p + length) {
+    const unsigned now = in->tell();
+    if (now != p + length)
         Logger::mROOT_LOGGER.warn("Stream offset mismatch for object type '%s' (expected %8X, found %8X). "
                                   "Forcing stream position adjustment.",
                                   typeName, p + length, now);
-        seekSafe(in, p + length);
-    }
+    leaveRecord(in, start, fresh, now, p + length);
     return instance;
 }
 
@@ -497,8 +520,9 @@ unsigned Serializer::skipObject(InputStream* in, Serializable* instance, std::st
             *dataLength = 0;
         return 12;
     }
-    bool hasSUID = mVersion > VERSION_1_0_0_0;
-    unsigned p = in->tell();
+    const unsigned p = in->tell();
+    const unsigned start = p - recordHeaderSize();
+    const bool fresh = enterRecord(in, start, p);
     if (length > 0) {
         char name[MAX_TYPE_NAME + 1];
         unsigned nameLength = 0;
@@ -508,12 +532,12 @@ unsigned Serializer::skipObject(InputStream* in, Serializable* instance, std::st
     } else if (typeName) {
         typeName->clear();
     }
-    seekSafe(in, p + length);
+    leaveRecord(in, start, fresh, in->tell(), p + length);
     if (dataLength)
         *dataLength = length;
     if (instance && id != OID_INVALID)
         updateMap(id, instance);
-    return 4 + 4 + (hasSUID ? 4 : 0) + 4 + length;
+    return recordHeaderSize() + length;
 }
 
 // ------------------------------------------------------------------ files
@@ -579,7 +603,7 @@ Serializer::CompressionResult Serializer::doCompression(vfs::File* file, const c
             unsigned a = 0, b = 0;
             writeHeader(out.get(), h, a, b);
             out->flush();
-            stream::DeflateOutputStream deflater(out.get(), level, COPY_BUFFER_SIZE);
+            stream::DeflateOutputStream deflater(out.get(), level, COPY_BUFFER_SIZE, true);
             deflater.open(Stream::OM_WRITE | Stream::OM_BINARY);
             ensureZIPBuffer();
             for (;;) {

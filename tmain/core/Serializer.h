@@ -1,12 +1,12 @@
 #pragma once
 #include <deque>
 #include <map>
-#include <unordered_map>
 #include <string>
 #include <tmain/core/Object.h>
 #include <tmain/core/ObjectFactory.h>
 #include <tmain/foundation/Callback.h>
 #include <tmain/foundation/SmartPtr.h>
+#include <unordered_map>
 #include <vector>
 
 namespace tarso {
@@ -128,6 +128,13 @@ private:
     void serializeType(const ::core::Type& type, unsigned maxLength, stream::OutputStream* out);
     void deserializeType(char* buffer, unsigned& length, unsigned maxLength, stream::InputStream* in);
     void seekSafe(stream::InputStream* in, unsigned position);
+    void seekSafe(stream::InputStream* in, unsigned current, unsigned position);
+    /// Notes a record of the stream read() reads; true when it is read for the first time.
+    bool enterRecord(const stream::InputStream* in, unsigned start, unsigned dataStart);
+    /// Moves to the record's end; refuses to go back from a record read again.
+    void leaveRecord(stream::InputStream* in, unsigned start, bool fresh, unsigned now, unsigned end);
+    /// Bytes of an "OCNT" record before its data: tag, identifier, SerialUID, length.
+    unsigned recordHeaderSize() const;
     void updateMap(unsigned id, Serializable* object);
     void ensureZIPBuffer();
     bool versionInRange(const Version& v) const;
@@ -147,10 +154,9 @@ private:
     /// failed read frees what it created.
     std::vector<::core::SmartPtr<Object>> mCreated;
     unsigned mDepth;
-    /// The stream read() is reading and where its last record started.
+    /// The stream read() is reading and the furthest position reached in it.
     const stream::InputStream* mScanStream;
-    bool mScanStarted;
-    unsigned mScanLast;
+    unsigned mFrontier;
 };
 
 } // namespace core
