@@ -143,8 +143,14 @@ struct Fmt {
 // The current layout in little-endian order.
 const Fmt LE{false, 2};
 
-std::string writeRoots(Serializer& s, bool big = false) {
-    ts::ByteOutputStream out;
+// A memory stream the serializer does not recognise: it patches record
+// lengths by seeking, as on any other stream.
+struct SeekingBytes : ts::ByteOutputStream {};
+
+std::string writeRoots(Serializer& s, bool big = false, bool seeking = false) {
+    SeekingBytes seekingOut;
+    ts::ByteOutputStream plainOut;
+    ts::ByteOutputStream& out = seeking ? seekingOut : plainOut;
     out.setEndianness(big ? tarso::platform::ENDIAN_BIG : tarso::platform::ENDIAN_LITTLE);
     out.open(ts::Stream::OM_WRITE | ts::Stream::OM_BINARY);
     s.write(&out, true);
@@ -153,12 +159,13 @@ std::string writeRoots(Serializer& s, bool big = false) {
 
 // Writes the roots with a fresh serializer (which frees objects only it holds).
 std::string writeObjects(std::initializer_list<Object*> roots, bool big = false,
-                         const Serializer::Version& version = Serializer::VERSION_1_0_0_2) {
+                         const Serializer::Version& version = Serializer::VERSION_1_0_0_2,
+                         bool seeking = false) {
     Serializer s(&gFactory);
     s.setVersion(version);
     for (Object* o : roots)
         s.addObject(o);
-    return writeRoots(s, big);
+    return writeRoots(s, big, seeking);
 }
 
 void readRoots(Serializer& s, const std::string& bytes) {
@@ -267,13 +274,17 @@ TEST(Serializer, ByteExactGraphInBothByteOrdersAndRoundTrip) {
         checkGraph(r, bytes, big);
 
         // Records ending exactly at a ByteOutputStream's capacity (multiples of
-        // 256 here) still get their lengths patched.
-        for (unsigned n = 120; n < 150; ++n) {
-            const std::string name(n, 'n');
-            expectBytes(f.stream(1, 1, f.rec(0, 2, NAMED, f.named(NAMED, name))),
-                        writeObjects({new NamedObject(name.c_str())}, big),
-                        "name length " + std::to_string(n));
-        }
+        // 256 here) still get their lengths patched, in place or by seeking.
+        for (bool seeking : {false, true})
+            for (unsigned n = 120; n < 150; ++n) {
+                const std::string name(n, 'n');
+                expectBytes(
+                    f.stream(1, 1, f.rec(0, 2, NAMED, f.named(NAMED, name))),
+                    writeObjects({new NamedObject(name.c_str())}, big, Serializer::VERSION_1_0_0_2, seeking),
+                    "name length " + std::to_string(n));
+            }
+        g.fill(ser);
+        expectBytes(g.expected(f), writeRoots(ser, big, true), "graph by seeking");
 
         // Without a header nothing is read, not even the signature.
         ts::ByteInputStream bare(bytes.data(), (unsigned)bytes.size(), false);
@@ -355,6 +366,35 @@ TEST(Serializer, UnknownTypesBadReferencesAndOffsetMismatches) {
     EXPECT_TRUE(
         log->contains("2/5 root-level objects read successfully from stream (5 total object references read)",
                       logging::LEVEL_INFO));
+
+    // Identifiers far apart (a hostile stream's) resolve too, also once the
+    // identifiers in between have been used.
+    std::string spread = LE.rec(1100, 2, NAMED, LE.named(NAMED, "far")) +
+                         LE.rec(0xFFFFFFFEu, 2, NAMED, LE.named(NAMED, "last"));
+    for (unsigned id = 0; id < 150; ++id)
+        spread += LE.rec(id, 2, NAMED, LE.named(NAMED, std::to_string(id)));
+    spread +=
+        LE.rec(1200, 2, NAMED, LE.named(NAMED, "mid")) + LE.ref(1100) + LE.ref(0xFFFFFFFEu) + LE.ref(149);
+    readRoots(r, LE.stream(156, 156, spread));
+    ASSERT_EQ(156u, r.getObjectCount());
+    EXPECT_EQ(r.getObject(0), r.getObject(153));
+    EXPECT_EQ(r.getObject(1), r.getObject(154));
+    EXPECT_EQ(r.getObject(151), r.getObject(155));
+    // Many objects written twice: the second time all are references.
+    {
+        Serializer w(&gFactory);
+        w.setVersion(Serializer::VERSION_1_0_0_2);
+        std::string expected;
+        for (int pass = 0; pass < 2; ++pass)
+            for (unsigned i = 0; i < 300; ++i) {
+                if (pass == 0)
+                    w.addObject(new NamedObject(std::to_string(i).c_str()));
+                expected += pass ? LE.ref(i) : LE.rec(i, 2, NAMED, LE.named(NAMED, std::to_string(i)));
+            }
+        for (unsigned i = 0; i < 300; ++i)
+            w.addObject(w.getObject(i));
+        expectBytes(LE.stream(600, 600, expected), writeRoots(w), "300 objects twice");
+    }
 
     // A class the factory cannot make, written by our writer, then a good one.
     core::SmartPtr<Node> node(new Node("next", 9));

@@ -1,4 +1,5 @@
 #include <tmain/core/Serializer.h>
+#include <tmain/core/detail/IdentifierMaps.h>
 
 #include <cstring>
 #include <memory>
@@ -12,6 +13,7 @@
 #include <tmain/stream/OutputStream.h>
 #include <tmain/vfs/File.h>
 #include <tmain/vfs/FileSystem.h>
+#include <typeinfo>
 
 namespace tarso {
 namespace core {
@@ -29,8 +31,22 @@ const Serializer::Version Serializer::VERSION_1_0_0_0 = {1, 0, 0, 0};
 const Serializer::Version Serializer::VERSION_1_0_0_1 = {1, 0, 0, 1};
 const Serializer::Version Serializer::VERSION_1_0_0_2 = {1, 0, 0, 2};
 
+static_assert(detail::ObjectToID::NONE == Serializer::OID_INVALID, "one value for no identifier");
+
 namespace {
 const unsigned COPY_BUFFER_SIZE = 4096;
+
+// 32-bit integers in the stream's byte order (big-endian when `big`).
+void putU32(unsigned char* p, unsigned v, bool big) {
+    for (int i = 0; i < 4; ++i)
+        p[i] = (unsigned char)(big ? v >> (24 - 8 * i) : v >> (8 * i));
+}
+unsigned getU32(const unsigned char* p, bool big) {
+    unsigned v = 0;
+    for (int i = 0; i < 4; ++i)
+        v |= (unsigned)p[i] << (big ? 24 - 8 * i : 8 * i);
+    return v;
+}
 const unsigned MAX_TYPE_NAME = 255;
 
 // Scope counter for the nesting limit.
@@ -55,15 +71,6 @@ void keepEndSeekable(OutputStream* out) {
 
 // ------------------------------------------------------------------ Version
 
-bool Serializer::Version::operator>(const Version& b) const {
-    return major > b.major || (major == b.major && minor > b.minor) ||
-           (minor == b.minor && release > b.release) || (release == b.release && build > b.build);
-}
-
-bool Serializer::Version::operator==(const Version& b) const {
-    return major == b.major && minor == b.minor && release == b.release && build == b.build;
-}
-
 int Serializer::Version::compare(const Version& b) const {
     const unsigned char x[4] = {major, minor, release, build};
     const unsigned char y[4] = {b.major, b.minor, b.release, b.build};
@@ -76,13 +83,42 @@ std::string Serializer::Version::toString() const {
 
 // ------------------------------------------------------------------ life cycle
 
+struct Serializer::Identifiers {
+    detail::IDToObject<Serializable> idToObject;
+    /// The object-to-identifier map; entries made while reading wait in
+    /// `pending` until something asks for an object's identifier, since a
+    /// read rarely does and each entry costs a probe of a large table.
+    detail::ObjectToID& objects() {
+        if (!pending.empty()) {
+            for (const auto& p : pending)
+                objectToID.set(p.first, p.second);
+            pending.clear();
+        }
+        return objectToID;
+    }
+    void enter(unsigned id, Serializable* object) {
+        idToObject.set(id, object);
+        pending.emplace_back(object, id);
+    }
+    void clear() {
+        idToObject.clear();
+        objectToID.clear();
+        std::vector<std::pair<const Serializable*, unsigned>>().swap(pending);
+    }
+
+private:
+    detail::ObjectToID objectToID;
+    std::vector<std::pair<const Serializable*, unsigned>> pending;
+};
+
 Serializer::Serializer(ObjectFactory<Object>* factory)
-    : mNextID(0), mFactory(factory), mTotalCount(0), mPathResolve(nullptr), mVersion{0, 0, 0, 0}, mDepth(0),
-      mScanStream(nullptr), mFrontier(0) {}
+    : mIds(new Identifiers()), mNextID(0), mFactory(factory), mTotalCount(0),
+      mPathResolve(nullptr), mVersion{0, 0, 0, 0}, mDepth(0), mScanStream(nullptr), mFrontier(0) {}
 
 Serializer::Serializer(const Serializer& other)
-    : Object(other), mNextID(0), mFactory(other.mFactory), mTotalCount(0), mPathResolve(nullptr),
-      mVersion(other.mVersion), mRootPath(other.mRootPath), mDepth(0), mScanStream(nullptr), mFrontier(0) {
+    : Object(other), mIds(new Identifiers()), mNextID(0), mFactory(other.mFactory), mTotalCount(0),
+      mPathResolve(nullptr), mVersion(other.mVersion), mRootPath(other.mRootPath), mDepth(0),
+      mScanStream(nullptr), mFrontier(0) {
     for (Object* o : other.mObjects)
         addObject(o);
     if (other.mPathResolve)
@@ -112,8 +148,7 @@ Serializer::~Serializer() {
 void Serializer::reset() {
     std::deque<Object*> roots;
     roots.swap(mObjects);
-    mObjectToID.clear();
-    mIDToObject.clear();
+    mIds->clear();
     mNextID = 0;
     mTotalCount = 0;
     std::vector<::core::SmartPtr<Object>> created;
@@ -133,23 +168,20 @@ void Serializer::addObject(Object* object) {
 
 unsigned Serializer::getNextOID(const Serializable* object) {
     unsigned id = mNextID++;
-    mObjectToID[object] = id;
+    mIds->objects().set(object, id);
     return id;
 }
 
 unsigned Serializer::getOID(const Serializable* object) const {
-    auto it = mObjectToID.find(object);
-    return it == mObjectToID.end() ? OID_INVALID : it->second;
+    return mIds->objects().find(object);
 }
 
 Serializable* Serializer::getObjectByID(unsigned id) const {
-    auto it = mIDToObject.find(id);
-    return it == mIDToObject.end() ? nullptr : it->second;
+    return mIds->idToObject.find(id);
 }
 
 void Serializer::updateMap(unsigned id, Serializable* object) {
-    mIDToObject[id] = object;
-    mObjectToID[object] = id;
+    mIds->enter(id, object);
 }
 
 Object* Serializer::createObject(const char* typeName) {
@@ -226,13 +258,81 @@ void Serializer::serializeType(const ::core::Type& type, unsigned maxLength, Out
         throw ::core::IllegalArgumentException(
             "Type name too long ('%s', %d>%d characters). Object stream read aborted", name, length,
             maxLength);
-    checkWrite(out->write(length) && out->write(name, length), "type name");
+    // Length and characters in one write.
+    unsigned char buffer[4 + 1024];
+    if (length > sizeof(buffer) - 4) {
+        checkWrite(out->write(length) && out->write(name, length), "type name");
+        return;
+    }
+    putU32(buffer, length, out->swaps());
+    memcpy(buffer + 4, name, length);
+    checkWrite(out->write(buffer, 1, 4 + length) == 4 + length, "type name");
+}
+
+unsigned Serializer::writeRecordHeader(OutputStream* out, const Serializable* obj, unsigned id) {
+    // Tag, identifier, SerialUID (raw, never swapped) and a zero length in
+    // one write; a short write names the first field it cut.
+    const bool big = out->swaps();
+    const bool withSUID = mVersion > VERSION_1_0_0_0;
+    const unsigned suid = obj ? obj->getSUID() : 0;
+    unsigned char head[16];
+    memcpy(head, "OCNT", 4);
+    putU32(head + 4, id, big);
+    unsigned size = 8;
+    if (withSUID) {
+        putU32(head + 8, suid, false);
+        size = 12;
+    }
+    putU32(head + size, 0, big);
+    const unsigned start = out->tell();
+    const unsigned n = out->write(head, 1, size + 4);
+    checkWrite(n >= 4, "OCNT");
+    checkWrite(n >= 8, "ObjectID");
+    if (withSUID) {
+        if (obj && suid == 0)
+            Logger::mROOT_LOGGER.warn("Zero SerialVersionUID written for instance '%s'",
+                                      obj->getType().getName());
+        checkWrite(n >= 12, "SerialUID");
+    }
+    checkWrite(n == size + 4, "OCNT data length");
+    return start + size;
+}
+
+void Serializer::patchLength(OutputStream* out, unsigned lengthPos, unsigned end) {
+    const unsigned length = end - lengthPos - 4;
+    // A memory stream takes the length in place: no seeks.
+    if (typeid(*out) == typeid(stream::ByteOutputStream)) {
+        unsigned char bytes[4];
+        putU32(bytes, length, out->swaps());
+        static_cast<stream::ByteOutputStream*>(out)->patch(lengthPos, bytes, 4);
+        return;
+    }
+    keepEndSeekable(out);
+    out->seek((int)lengthPos, Stream::SM_BEGIN);
+    checkWrite(out->write(length), "OCNT data length");
+    out->seek((int)end, Stream::SM_BEGIN);
 }
 
 void Serializer::writeObject(const Serializable* obj, OutputStream* out, bool registerObject) {
-    unsigned id = obj ? getOID(obj) : OID_INVALID;
-    if (id != OID_INVALID) {
-        checkWrite(out->write("OREF", 4) && out->write(id) && out->write(0u), "OREF");
+    unsigned id = OID_INVALID;
+    bool reference = false;
+    if (obj && registerObject && mDepth < sMaxNesting) {
+        // One probe both finds an object written before and enters a new one.
+        bool added = false;
+        id = mIds->objects().insert(obj, mNextID, added);
+        if (added)
+            ++mNextID;
+        reference = !added;
+    } else if (obj) {
+        id = getOID(obj);
+        reference = id != OID_INVALID;
+    }
+    if (reference) {
+        unsigned char ref[12];
+        memcpy(ref, "OREF", 4);
+        putU32(ref + 4, id, out->swaps());
+        putU32(ref + 8, 0, false);
+        checkWrite(out->write(ref, 1, 12) == 12, "OREF");
         ++mTotalCount;
         return;
     }
@@ -242,26 +342,11 @@ void Serializer::writeObject(const Serializable* obj, OutputStream* out, bool re
         throw stream::IOException("Object graph nested deeper than %u objects. Object stream write aborted",
                                   sMaxNesting);
     Depth depth(mDepth);
-    id = (registerObject && obj) ? getNextOID(obj) : OID_INVALID;
-    checkWrite(out->write("OCNT", 4), "OCNT");
-    checkWrite(out->write(id), "ObjectID");
-    if (mVersion > VERSION_1_0_0_0) {
-        unsigned suid = obj ? obj->getSUID() : 0;
-        if (obj && suid == 0)
-            Logger::mROOT_LOGGER.warn("Zero SerialVersionUID written for instance '%s'",
-                                      obj->getType().getName());
-        checkWrite(writeRawSUID(out, suid), "SerialUID");
-    }
-    unsigned lengthPos = out->tell();
-    checkWrite(out->write(0u), "OCNT data length");
+    const unsigned lengthPos = writeRecordHeader(out, obj, id);
     if (obj) {
         serializeType(obj->getType(), MAX_TYPE_NAME, out);
         obj->serialize(out, this);
-        unsigned end = out->tell();
-        keepEndSeekable(out);
-        out->seek((int)lengthPos, Stream::SM_BEGIN);
-        checkWrite(out->write(end - lengthPos - 4), "OCNT data length");
-        out->seek((int)end, Stream::SM_BEGIN);
+        patchLength(out, lengthPos, out->tell());
     }
     ++mTotalCount;
 }
@@ -367,6 +452,17 @@ void Serializer::deserializeType(char* buffer, unsigned& length, unsigned maxLen
     buffer[length] = 0;
 }
 
+unsigned Serializer::readFully(InputStream* in, void* buffer, unsigned size) {
+    unsigned done = 0;
+    while (done < size) {
+        unsigned n = in->read(static_cast<char*>(buffer) + done, 1, size - done);
+        if (n == 0)
+            break;
+        done += n;
+    }
+    return done;
+}
+
 void Serializer::seekSafe(InputStream* in, unsigned position) {
     seekSafe(in, in->tell(), position);
 }
@@ -424,16 +520,30 @@ unsigned Serializer::recordHeaderSize() const {
 
 bool Serializer::readRecordHeader(InputStream* in, unsigned& id, unsigned& suid, unsigned& length,
                                   const char* unknownTagMessage) {
+    // Tag, identifier and the next field in one read, the length of an
+    // "OCNT" record with a SerialUID in a second; a short read names the
+    // first field it cut, as reading field by field would.
+    unsigned char head[16];
+    const unsigned n = readFully(in, head, 12);
     char tag[5] = {0};
-    checkRead(in->read(tag, 1, 4) == 4, "OCNT/OREF");
-    bool reference = memcmp(tag, "OREF", 4) == 0;
+    memcpy(tag, head, n < 4 ? n : 4);
+    checkRead(n >= 4, "OCNT/OREF");
+    const bool reference = memcmp(tag, "OREF", 4) == 0;
     if (!reference && memcmp(tag, "OCNT", 4) != 0)
         throw ::core::UnsupportedOperationException(unknownTagMessage, tag);
     ++mTotalCount;
-    checkRead(in->read(id), "ObjectID");
-    if (!reference && mVersion > VERSION_1_0_0_0)
-        checkRead(readRawSUID(in, suid), "SerialUID");
-    checkRead(in->read(length), reference ? "OREF data length" : "OCNT data length");
+    checkRead(n >= 8, "ObjectID");
+    const bool big = in->swaps();
+    id = getU32(head + 4, big);
+    if (!reference && mVersion > VERSION_1_0_0_0) {
+        checkRead(n == 12, "SerialUID");
+        suid = getU32(head + 8, false);
+        checkRead(readFully(in, head + 12, 4) == 4, "OCNT data length");
+        length = getU32(head + 12, big);
+    } else {
+        checkRead(n == 12, reference ? "OREF data length" : "OCNT data length");
+        length = getU32(head + 8, big);
+    }
     return reference;
 }
 

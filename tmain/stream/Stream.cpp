@@ -189,9 +189,17 @@ bool InputStream::read(std::string& v) {
     if (!read(len))
         return false;
     // Grow as the bytes arrive so a corrupt length cannot make us allocate
-    // gigabytes up front.
-    v.clear();
+    // gigabytes up front; a short string is read in place.
     char chunk[4096];
+    if (len <= sizeof(chunk)) {
+        v.resize(len);
+        unsigned got = len ? read(&v[0], 1, len) : 0;
+        if (got == len)
+            return true;
+        v.resize(got);
+        return false;
+    }
+    v.clear();
     while (len > 0) {
         unsigned want = len < sizeof(chunk) ? len : (unsigned)sizeof(chunk);
         unsigned got = read(chunk, 1, want);
