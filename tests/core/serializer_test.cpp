@@ -193,7 +193,9 @@ if sys.argv[1] == 'deflate':
 else:
     d = zlib.decompressobj(-15)
     out = d.decompress(data) + d.flush()
-    sys.exit(0 if d.eof and not d.unused_data and sys.stdout.buffer.write(out) is not None else 3)
+    if not d.eof or d.unused_data:
+        sys.exit(3)
+    sys.stdout.buffer.write(out)
 )");
     tmaintest::writeFile(tmp.file("raw.in"), data);
     std::string out;
