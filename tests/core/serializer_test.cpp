@@ -486,44 +486,58 @@ TEST(Serializer, OverReadRecoveryAndLoops) {
     tmaintest::ScopedLogCapture log;
     tmaintest::TempDir tmp;
     // The first Node's data holds three of its four children: it takes the
-    // next root record as its loose child.
-    const std::string shortNode = LE.rec(0, 7, NODE, LE.node("short", 5, LE.nulls(3)));
-    const std::string after = LE.rec(1, 2, NAMED, LE.named(NAMED, "after"));
-    const std::string last = LE.rec(2, 7, NODE, LE.node("last", 6, LE.nulls(3) + LE.ref(1)));
-    const std::string bytes = LE.stream(4, 12, shortNode + after + LE.ref(1) + last);
-    const std::string streams[] = {bytes, pythonCompressed(tmp, bytes)};
-    for (const std::string& stream : streams) {
-        log->clear();
-        Serializer r(&gFactory);
-        readRoots(r, stream);
-        ASSERT_EQ(4u, r.getObjectCount());
-        Node* first = dynamic_cast<Node*>(r.getObject(0));
-        NamedObject* again = dynamic_cast<NamedObject*>(r.getObject(1));
-        Node* final = dynamic_cast<Node*>(r.getObject(3));
-        ASSERT_TRUE(first && again && final);
-        EXPECT_STREQ("short", first->getName());
-        ASSERT_TRUE(first->mLoose);
-        EXPECT_STREQ("after", first->mLoose->getName());
-        // Read twice, the record made two objects; references resolve to the later one.
-        EXPECT_STREQ("after", again->getName());
-        EXPECT_NE(first->mLoose.get(), again);
-        EXPECT_EQ(again, r.getObject(2));
-        EXPECT_STREQ("last", final->getName());
-        EXPECT_EQ(6, final->mValue);
-        EXPECT_EQ(again, final->mLoose.get());
-        // Positions in a compressed stream count from the end of the header.
-        const unsigned end = (&stream == streams ? 36 : 0) + (unsigned)shortNode.size();
-        EXPECT_TRUE(
-            log->contains(core::formatMessagef("Stream offset mismatch for object type 'sertest::Node' "
-                                               "(expected %8X, found %8X). Forcing stream position "
-                                               "adjustment.",
-                                               end, end + (unsigned)after.size()),
-                          logging::LEVEL_WARN));
-        EXPECT_TRUE(log->contains(
-            "4/4 root-level objects read successfully from stream (12 total object references read)"));
+    // next root record as its loose child. With a long name that record is
+    // larger than what a compressed stream keeps for going back.
+    for (const std::string& name : {std::string("after"), std::string(70000, 'a')}) {
+        const std::string shortNode = LE.rec(0, 7, NODE, LE.node("short", 5, LE.nulls(3)));
+        const std::string after = LE.rec(1, 2, NAMED, LE.named(NAMED, name));
+        const std::string last = LE.rec(2, 7, NODE, LE.node("last", 6, LE.nulls(3) + LE.ref(1)));
+        const std::string bytes = LE.stream(4, 12, shortNode + after + LE.ref(1) + last);
+        const std::string streams[] = {bytes, pythonCompressed(tmp, bytes)};
+        for (const std::string& stream : streams) {
+            log->clear();
+            Serializer r(&gFactory);
+            readRoots(r, stream);
+            ASSERT_EQ(4u, r.getObjectCount());
+            Node* first = dynamic_cast<Node*>(r.getObject(0));
+            NamedObject* again = dynamic_cast<NamedObject*>(r.getObject(1));
+            Node* final = dynamic_cast<Node*>(r.getObject(3));
+            ASSERT_TRUE(first && again && final);
+            EXPECT_STREQ("short", first->getName());
+            ASSERT_TRUE(first->mLoose);
+            EXPECT_EQ(name, first->mLoose->getName());
+            // Read twice, the record made two objects; references resolve to the later one.
+            EXPECT_EQ(name, again->getName());
+            EXPECT_NE(first->mLoose.get(), again);
+            EXPECT_EQ(again, r.getObject(2));
+            EXPECT_STREQ("last", final->getName());
+            EXPECT_EQ(6, final->mValue);
+            EXPECT_EQ(again, final->mLoose.get());
+            // Positions in a compressed stream count from the end of the header.
+            const unsigned end = (&stream == streams ? 36 : 0) + (unsigned)shortNode.size();
+            EXPECT_TRUE(
+                log->contains(core::formatMessagef("Stream offset mismatch for object type 'sertest::Node' "
+                                                   "(expected %8X, found %8X). Forcing stream position "
+                                                   "adjustment.",
+                                                   end, end + (unsigned)after.size()),
+                              logging::LEVEL_WARN));
+            EXPECT_TRUE(log->contains(
+                "4/4 root-level objects read successfully from stream (12 total object references read)"));
+        }
     }
-
+    // Many such records: a plain stream goes back as often as needed; an
+    // inflater, which goes back by starting over, gives up before the work
+    // grows with the square of the content.
+    std::string many;
+    for (int k = 0; k < 40; ++k)
+        many += LE.rec(NONE, 7, NODE, LE.node("r", k, "")) + LE.nulls(3) +
+                LE.rec(NONE, 2, NAMED, LE.named(NAMED, std::string(70000, 'c')));
     Serializer r(&gFactory);
+    readRoots(r, LE.stream(200, 0, many));
+    EXPECT_EQ(80u, r.getObjectCount());
+    EXPECT_EQ(0u, readError<ts::IOException>(r, pythonCompressed(tmp, LE.stream(200, 0, many)))
+                      .find("Stream read back too often ("));
+
     // Records whose length runs back to their own start, with a huge root
     // count, would be read forever: the second pass ends the read, whether
     // the class is unknown (skipped) or known (read).

@@ -1,5 +1,6 @@
 #include <tmain/core/Serializer.h>
 #include <tmain/core/detail/IdentifierMaps.h>
+#include <tmain/core/detail/LookBackInputStream.h>
 
 #include <cstring>
 #include <memory>
@@ -35,6 +36,7 @@ static_assert(detail::ObjectToID::NONE == Serializer::OID_INVALID, "one value fo
 
 namespace {
 const unsigned COPY_BUFFER_SIZE = 4096;
+const unsigned LOOK_BACK_WINDOW = 1u << 16;
 
 // 32-bit integers in the stream's byte order (big-endian when `big`).
 void putU32(unsigned char* p, unsigned v, bool big) {
@@ -390,12 +392,16 @@ void Serializer::read(InputStream* in, bool withHeader) {
     if (withHeader)
         readHeader(in, h);
     std::unique_ptr<stream::DeflateInputStream> inflater;
+    std::unique_ptr<detail::LookBackInputStream> lookBack;
     if (h.reserved[0] == 1) {
         // The content after the header is raw deflate: no zlib header or checksum.
         inflater.reset(new stream::DeflateInputStream(in, false, COPY_BUFFER_SIZE, COPY_BUFFER_SIZE, true));
         inflater->open(Stream::OM_READ | Stream::OM_BINARY);
-        inflater->setEndianness(in->getEndianness());
-        in = inflater.get();
+        // An inflater goes back only by starting over; the window makes the
+        // return to the end of a record that read too far cheap.
+        lookBack.reset(new detail::LookBackInputStream(inflater.get(), LOOK_BACK_WINDOW));
+        lookBack->setEndianness(in->getEndianness());
+        in = lookBack.get();
     }
     if (!in->isOpen())
         in->open(Stream::OM_READ | Stream::OM_BINARY);
