@@ -666,7 +666,14 @@ void Serializer::write(vfs::File* file, const Version& version, int compressionL
     try {
         std::unique_ptr<OutputStream> out(file->getOutputStream());
         out->open(Stream::OM_WRITE | Stream::OM_TRUNCATE | Stream::OM_BINARY);
-        write(out.get(), true);
+        // Built in memory, where record lengths are patched in place, and
+        // written with one call: on a file every patch would seek twice, and
+        // every seek flushes the file's buffer.
+        stream::ByteOutputStream bytes(64u << 10, 1u << 20);
+        bytes.setEndianness(out->getEndianness());
+        bytes.open(Stream::OM_WRITE | Stream::OM_BINARY);
+        write(&bytes, true);
+        checkWrite(out->write(bytes.getBytes(), 1, bytes.getSize()) == bytes.getSize(), "data");
         out->close();
     } catch (const ::core::Exception& e) {
         std::string msg = ::core::formatMessagef("Error writing object list to file '%s'", file->getPath());

@@ -80,7 +80,8 @@ public:
     void write(stream::OutputStream* out, bool withHeader);
     void read(stream::InputStream* in, bool withHeader);
     /// Writes the root objects to the file with the given version; a non-zero
-    /// level compresses the file afterwards.
+    /// level compresses the file afterwards. The stream is built in memory
+    /// and written to the file in one piece.
     void write(vfs::File* file, const Version& version, int compressionLevel);
     void read(vfs::File* file);
 
