@@ -382,6 +382,18 @@ TEST(Serializer, UnknownTypesBadReferencesAndOffsetMismatches) {
     EXPECT_EQ(r.getObject(0), r.getObject(153));
     EXPECT_EQ(r.getObject(1), r.getObject(154));
     EXPECT_EQ(r.getObject(151), r.getObject(155));
+    // The protected lookups: nothing is known of a null object or a new identifier.
+    struct Lookups : Serializer {
+        Lookups() : Serializer(&gFactory) {}
+        using Serializer::getNextOID;
+        using Serializer::getObjectByID;
+        using Serializer::getOID;
+    } lookups;
+    EXPECT_EQ(NONE, lookups.getOID(nullptr));
+    EXPECT_EQ(nullptr, lookups.getObjectByID(0));
+    EXPECT_EQ(0u, lookups.getNextOID(r.getObject(0)));
+    EXPECT_EQ(0u, lookups.getOID(r.getObject(0)));
+    EXPECT_EQ(NONE, lookups.getOID(nullptr));
     // Many objects written twice: the second time all are references.
     {
         Serializer w(&gFactory);

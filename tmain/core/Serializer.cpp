@@ -37,6 +37,7 @@ static_assert(detail::ObjectToID::NONE == Serializer::OID_INVALID, "one value fo
 namespace {
 const unsigned COPY_BUFFER_SIZE = 4096;
 const unsigned LOOK_BACK_WINDOW = 1u << 16;
+const unsigned MAX_TYPE_NAME = 255;
 
 // 32-bit integers in the stream's byte order (big-endian when `big`).
 void putU32(unsigned char* p, unsigned v, bool big) {
@@ -49,7 +50,6 @@ unsigned getU32(const unsigned char* p, bool big) {
         v |= (unsigned)p[i] << (big ? 24 - 8 * i : 8 * i);
     return v;
 }
-const unsigned MAX_TYPE_NAME = 255;
 
 // Scope counter for the nesting limit.
 struct Depth {

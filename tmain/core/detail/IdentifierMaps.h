@@ -11,14 +11,15 @@ namespace core {
 namespace detail {
 
 /// Object address to identifier: open addressing with linear probing, at
-/// most half full. Addresses are never null; entries are only removed all at
-/// once.
+/// most half full. Entries are only removed all at once.
 class ObjectToID {
 public:
     static constexpr unsigned NONE = 0xFFFFFFFFu;
 
     /// The identifier of `key`, or NONE.
     unsigned find(const void* key) const {
+        if (!key)
+            return mNullID;
         if (mSize == 0)
             return NONE;
         for (size_t i = slotOf(key);; i = (i + 1) & mMask) {
@@ -33,6 +34,12 @@ public:
     /// The identifier slot of `key`, entered with `id` when it was missing;
     /// `added` tells which.
     unsigned& insert(const void* key, unsigned id, bool& added) {
+        if (!key) { // an empty slot's key: kept apart
+            added = mNullID == NONE;
+            if (added)
+                mNullID = id;
+            return mNullID;
+        }
         if ((mSize + 1) * 2 > mSlots.size())
             grow();
         for (size_t i = slotOf(key);; i = (i + 1) & mMask) {
@@ -58,6 +65,7 @@ public:
 
     void clear() {
         std::vector<Slot>().swap(mSlots);
+        mNullID = NONE;
         mSize = 0;
         mMask = 0;
         mShift = 64;
@@ -97,6 +105,7 @@ private:
     }
 
     std::vector<Slot> mSlots;
+    unsigned mNullID = NONE;
     size_t mSize = 0;
     size_t mMask = 0;
     unsigned mShift = 64;
