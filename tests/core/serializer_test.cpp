@@ -606,11 +606,36 @@ TEST(Serializer, HostileStreamsAndLimits) {
     const std::string good = Graph().expected(LE);
     // One reader throughout: a failed read leaves it usable.
     Serializer r(&gFactory);
-    // Cut at every offset: always one of our exceptions, never a crash.
+    // Cut at every offset: always one of our exceptions, never a crash; a
+    // cut record header names the field it cut, on reading and on writing.
+    const char* fields[] = {"OCNT/OREF", "ObjectID", "SerialUID", "OCNT data length"};
     for (size_t n = 0; n < good.size(); ++n) {
         std::vector<char> cut(good.begin(), good.begin() + n); // exact size, so ASan sees overreads
         ts::ByteInputStream in(cut.data(), (unsigned)n, false);
-        EXPECT_NE("<no exception>", messageOf<core::Exception>([&] { r.read(&in, true); })) << "cut at " << n;
+        const std::string m = messageOf<core::Exception>([&] { r.read(&in, true); });
+        EXPECT_NE("<no exception>", m) << "cut at " << n;
+        if (n >= 36 && n < 52)
+            EXPECT_NE(std::string::npos, m.find(std::string("]: ") + fields[(n - 36) / 4])) << m;
+    }
+    struct ShortBytes : ts::ByteOutputStream {
+        unsigned limit = 0;
+        using ts::ByteOutputStream::write;
+        unsigned write(const void* b, unsigned size, unsigned count) override {
+            unsigned n = std::min(size * count, limit > tell() ? limit - tell() : 0);
+            return n ? ts::ByteOutputStream::write(b, 1, n) : 0;
+        }
+    };
+    fields[0] = "OCNT";
+    for (unsigned n = 36; n < 52; n += 2) {
+        ShortBytes out;
+        out.limit = n;
+        out.open(ts::Stream::OM_WRITE);
+        Serializer w(&gFactory);
+        w.setVersion(Serializer::VERSION_1_0_0_2);
+        w.addObject(new NamedObject("n"));
+        const std::string m = messageOf<ts::IOException>([&] { w.write(&out, true); });
+        EXPECT_EQ(0u, m.find("Error serializing object [tarso::core::Serializer@")) << m;
+        EXPECT_NE(std::string::npos, m.find(std::string("]: ") + fields[(n - 36) / 4])) << m;
     }
 
     const std::string named = LE.rec(0, 2, NAMED, LE.named(NAMED, "n"));
