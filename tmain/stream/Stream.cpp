@@ -133,10 +133,20 @@ bool InputStream::read(char* v, unsigned n) {
 bool InputStream::read(unsigned char* v, unsigned n) {
     return n == 0 || read((void*)v, 1, n) == n;
 }
+// Arrays of bools and longs go through a small buffer: one call per chunk
+// rather than one per element.
 bool InputStream::read(bool* v, unsigned n) {
-    for (unsigned i = 0; i < n; ++i)
-        if (!read(v[i]))
+    unsigned char tmp[1024];
+    while (n > 0) {
+        const unsigned k = n < sizeof(tmp) ? n : (unsigned)sizeof(tmp);
+        const unsigned got = read(tmp, 1, k);
+        for (unsigned i = 0; i < got; ++i)
+            v[i] = tmp[i] != 0;
+        if (got != k)
             return false;
+        v += k;
+        n -= k;
+    }
     return true;
 }
 bool InputStream::read(short& v) {
@@ -171,9 +181,19 @@ bool InputStream::read(unsigned* v, unsigned n) {
     return readSwapped(v, 4, n);
 }
 bool InputStream::read(long* v, unsigned n) {
-    for (unsigned i = 0; i < n; ++i)
-        if (!read(v[i]))
+    int32_t tmp[256];
+    while (n > 0) {
+        const unsigned k = n < 256 ? n : 256;
+        const unsigned whole = read(tmp, 4, k) / 4;
+        if (swaps())
+            swapInPlace(tmp, 4, whole);
+        for (unsigned i = 0; i < whole; ++i)
+            v[i] = tmp[i];
+        if (whole != k)
             return false;
+        v += k;
+        n -= k;
+    }
     return true;
 }
 // Floats are never swapped: they are always stored in little-endian order.
@@ -256,9 +276,16 @@ bool OutputStream::write(const unsigned char* v, unsigned n) {
     return n == 0 || write((const void*)v, 1, n) == n;
 }
 bool OutputStream::write(const bool* v, unsigned n) {
-    for (unsigned i = 0; i < n; ++i)
-        if (!write(v[i]))
+    unsigned char tmp[1024];
+    while (n > 0) {
+        const unsigned k = n < sizeof(tmp) ? n : (unsigned)sizeof(tmp);
+        for (unsigned i = 0; i < k; ++i)
+            tmp[i] = v[i] ? 1 : 0;
+        if (write(tmp, 1, k) != k)
             return false;
+        v += k;
+        n -= k;
+    }
     return true;
 }
 bool OutputStream::write(short v) {
@@ -290,9 +317,16 @@ bool OutputStream::write(const unsigned* v, unsigned n) {
     return writeSwapped(v, 4, n);
 }
 bool OutputStream::write(const long* v, unsigned n) {
-    for (unsigned i = 0; i < n; ++i)
-        if (!write(v[i]))
+    int32_t tmp[256];
+    while (n > 0) {
+        const unsigned k = n < 256 ? n : 256;
+        for (unsigned i = 0; i < k; ++i)
+            tmp[i] = (int32_t)v[i];
+        if (!writeSwapped(tmp, 4, k))
             return false;
+        v += k;
+        n -= k;
+    }
     return true;
 }
 bool OutputStream::write(float v) {
