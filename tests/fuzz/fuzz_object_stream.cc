@@ -3,7 +3,7 @@
 // that stream must read into a graph that writes the very same bytes.
 //
 // Seeds: TMAIN_FUZZ_SEEDS=<dir> ./fuzz_object_stream -runs=0 writes the
-// starting corpus (tests/fuzz/corpus) into <dir>.
+// starting corpus (tests/fuzz/corpus/fuzz_object_stream) into <dir>.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -156,19 +156,19 @@ void writeSeeds(const std::string& dir) {
     be.addObject(list.get());
     save(dir, "graph-be", writeAll(be, tarso::platform::ENDIAN_BIG));
 
-    // The same content deflated behind a header with the compression flag.
+    // The same content as raw deflate behind a header with the compression flag.
     ts::ByteOutputStream packed;
     packed.open(ts::Stream::OM_WRITE | ts::Stream::OM_BINARY);
     std::string header = plain.substr(0, 36);
     header[20] = 1;
     packed.write(header.data(), 1, 36);
     {
-        ts::DeflateOutputStream deflater(&packed, 9, 4096);
+        ts::DeflateOutputStream deflater(&packed, 9, 4096, true);
         deflater.open(ts::Stream::OM_WRITE | ts::Stream::OM_BINARY);
         deflater.write(plain.data() + 36, 1, (unsigned)plain.size() - 36);
         deflater.close();
     }
-    save(dir, "graph-zlib", std::string((const char*)packed.getBytes(), packed.getSize()));
+    save(dir, "graph-deflate", std::string((const char*)packed.getBytes(), packed.getSize()));
 
     // Version 1.0.0.0: no serial numbers; a node holding a self reference.
     auto le = [](unsigned v) { return std::string((const char*)&v, 4); };

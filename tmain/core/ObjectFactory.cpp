@@ -1,9 +1,9 @@
 #include <tmain/core/ObjectFactory.h>
 
-#include <map>
 #include <mutex>
 #include <tmain/core/NamedObject.h>
 #include <tmain/vfs/CacheMap.h>
+#include <unordered_map>
 
 namespace tarso {
 namespace core {
@@ -11,7 +11,7 @@ namespace core {
 namespace {
 struct Registry {
     std::mutex mutex;
-    std::map<const ::core::Type*, ObjectRegistry::Creator> creators;
+    std::unordered_map<const ::core::Type*, ObjectRegistry::Creator> creators;
 };
 Registry& registry() {
     static Registry* r = new Registry(); // used during static initialisation, never destroyed

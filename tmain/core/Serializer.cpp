@@ -1,4 +1,6 @@
 #include <tmain/core/Serializer.h>
+#include <tmain/core/detail/IdentifierMaps.h>
+#include <tmain/core/detail/LookBackInputStream.h>
 
 #include <cstring>
 #include <memory>
@@ -12,6 +14,7 @@
 #include <tmain/stream/OutputStream.h>
 #include <tmain/vfs/File.h>
 #include <tmain/vfs/FileSystem.h>
+#include <typeinfo>
 
 namespace tarso {
 namespace core {
@@ -29,9 +32,24 @@ const Serializer::Version Serializer::VERSION_1_0_0_0 = {1, 0, 0, 0};
 const Serializer::Version Serializer::VERSION_1_0_0_1 = {1, 0, 0, 1};
 const Serializer::Version Serializer::VERSION_1_0_0_2 = {1, 0, 0, 2};
 
+static_assert(detail::ObjectToID::NONE == Serializer::OID_INVALID, "one value for no identifier");
+
 namespace {
 const unsigned COPY_BUFFER_SIZE = 4096;
+const unsigned LOOK_BACK_WINDOW = 1u << 16;
 const unsigned MAX_TYPE_NAME = 255;
+
+// 32-bit integers in the stream's byte order (big-endian when `big`).
+void putU32(unsigned char* p, unsigned v, bool big) {
+    for (int i = 0; i < 4; ++i)
+        p[i] = (unsigned char)(big ? v >> (24 - 8 * i) : v >> (8 * i));
+}
+unsigned getU32(const unsigned char* p, bool big) {
+    unsigned v = 0;
+    for (int i = 0; i < 4; ++i)
+        v |= (unsigned)p[i] << (big ? 24 - 8 * i : 8 * i);
+    return v;
+}
 
 // Scope counter for the nesting limit.
 struct Depth {
@@ -55,15 +73,6 @@ void keepEndSeekable(OutputStream* out) {
 
 // ------------------------------------------------------------------ Version
 
-bool Serializer::Version::operator>(const Version& b) const {
-    return major > b.major || (major == b.major && minor > b.minor) ||
-           (minor == b.minor && release > b.release) || (release == b.release && build > b.build);
-}
-
-bool Serializer::Version::operator==(const Version& b) const {
-    return major == b.major && minor == b.minor && release == b.release && build == b.build;
-}
-
 int Serializer::Version::compare(const Version& b) const {
     const unsigned char x[4] = {major, minor, release, build};
     const unsigned char y[4] = {b.major, b.minor, b.release, b.build};
@@ -76,14 +85,42 @@ std::string Serializer::Version::toString() const {
 
 // ------------------------------------------------------------------ life cycle
 
+struct Serializer::Identifiers {
+    detail::IDToObject<Serializable> idToObject;
+    /// The object-to-identifier map; entries made while reading wait in
+    /// `pending` until something asks for an object's identifier, since a
+    /// read rarely does and each entry costs a probe of a large table.
+    detail::ObjectToID& objects() {
+        if (!pending.empty()) {
+            for (const auto& p : pending)
+                objectToID.set(p.first, p.second);
+            pending.clear();
+        }
+        return objectToID;
+    }
+    void enter(unsigned id, Serializable* object) {
+        idToObject.set(id, object);
+        pending.emplace_back(object, id);
+    }
+    void clear() {
+        idToObject.clear();
+        objectToID.clear();
+        std::vector<std::pair<const Serializable*, unsigned>>().swap(pending);
+    }
+
+private:
+    detail::ObjectToID objectToID;
+    std::vector<std::pair<const Serializable*, unsigned>> pending;
+};
+
 Serializer::Serializer(ObjectFactory<Object>* factory)
-    : mNextID(0), mFactory(factory), mTotalCount(0), mPathResolve(nullptr), mVersion{0, 0, 0, 0}, mDepth(0),
-      mScanStream(nullptr), mScanStarted(false), mScanLast(0) {}
+    : mIds(new Identifiers()), mNextID(0), mFactory(factory), mTotalCount(0),
+      mPathResolve(nullptr), mVersion{0, 0, 0, 0}, mDepth(0), mScanStream(nullptr), mFrontier(0) {}
 
 Serializer::Serializer(const Serializer& other)
-    : Object(other), mNextID(0), mFactory(other.mFactory), mTotalCount(0), mPathResolve(nullptr),
-      mVersion(other.mVersion), mRootPath(other.mRootPath), mDepth(0), mScanStream(nullptr),
-      mScanStarted(false), mScanLast(0) {
+    : Object(other), mIds(new Identifiers()), mNextID(0), mFactory(other.mFactory), mTotalCount(0),
+      mPathResolve(nullptr), mVersion(other.mVersion), mRootPath(other.mRootPath), mDepth(0),
+      mScanStream(nullptr), mFrontier(0) {
     for (Object* o : other.mObjects)
         addObject(o);
     if (other.mPathResolve)
@@ -113,8 +150,7 @@ Serializer::~Serializer() {
 void Serializer::reset() {
     std::deque<Object*> roots;
     roots.swap(mObjects);
-    mObjectToID.clear();
-    mIDToObject.clear();
+    mIds->clear();
     mNextID = 0;
     mTotalCount = 0;
     std::vector<::core::SmartPtr<Object>> created;
@@ -134,23 +170,20 @@ void Serializer::addObject(Object* object) {
 
 unsigned Serializer::getNextOID(const Serializable* object) {
     unsigned id = mNextID++;
-    mObjectToID[object] = id;
+    mIds->objects().set(object, id);
     return id;
 }
 
 unsigned Serializer::getOID(const Serializable* object) const {
-    auto it = mObjectToID.find(object);
-    return it == mObjectToID.end() ? OID_INVALID : it->second;
+    return mIds->objects().find(object);
 }
 
 Serializable* Serializer::getObjectByID(unsigned id) const {
-    auto it = mIDToObject.find(id);
-    return it == mIDToObject.end() ? nullptr : it->second;
+    return mIds->idToObject.find(id);
 }
 
 void Serializer::updateMap(unsigned id, Serializable* object) {
-    mIDToObject[id] = object;
-    mObjectToID[object] = id;
+    mIds->enter(id, object);
 }
 
 Object* Serializer::createObject(const char* typeName) {
@@ -227,13 +260,81 @@ void Serializer::serializeType(const ::core::Type& type, unsigned maxLength, Out
         throw ::core::IllegalArgumentException(
             "Type name too long ('%s', %d>%d characters). Object stream read aborted", name, length,
             maxLength);
-    checkWrite(out->write(length) && out->write(name, length), "type name");
+    // Length and characters in one write.
+    unsigned char buffer[4 + 1024];
+    if (length > sizeof(buffer) - 4) {
+        checkWrite(out->write(length) && out->write(name, length), "type name");
+        return;
+    }
+    putU32(buffer, length, out->swaps());
+    memcpy(buffer + 4, name, length);
+    checkWrite(out->write(buffer, 1, 4 + length) == 4 + length, "type name");
+}
+
+unsigned Serializer::writeRecordHeader(OutputStream* out, const Serializable* obj, unsigned id) {
+    // Tag, identifier, SerialUID (raw, never swapped) and a zero length in
+    // one write; a short write names the first field it cut.
+    const bool big = out->swaps();
+    const bool withSUID = mVersion > VERSION_1_0_0_0;
+    const unsigned suid = obj ? obj->getSUID() : 0;
+    unsigned char head[16];
+    memcpy(head, "OCNT", 4);
+    putU32(head + 4, id, big);
+    unsigned size = 8;
+    if (withSUID) {
+        putU32(head + 8, suid, false);
+        size = 12;
+    }
+    putU32(head + size, 0, big);
+    const unsigned start = out->tell();
+    const unsigned n = out->write(head, 1, size + 4);
+    checkWrite(n >= 4, "OCNT");
+    checkWrite(n >= 8, "ObjectID");
+    if (withSUID) {
+        if (obj && suid == 0)
+            Logger::mROOT_LOGGER.warn("Zero SerialVersionUID written for instance '%s'",
+                                      obj->getType().getName());
+        checkWrite(n >= 12, "SerialUID");
+    }
+    checkWrite(n == size + 4, "OCNT data length");
+    return start + size;
+}
+
+void Serializer::patchLength(OutputStream* out, unsigned lengthPos, unsigned end) {
+    const unsigned length = end - lengthPos - 4;
+    // A memory stream takes the length in place: no seeks.
+    if (typeid(*out) == typeid(stream::ByteOutputStream)) {
+        unsigned char bytes[4];
+        putU32(bytes, length, out->swaps());
+        static_cast<stream::ByteOutputStream*>(out)->patch(lengthPos, bytes, 4);
+        return;
+    }
+    keepEndSeekable(out);
+    out->seek((int)lengthPos, Stream::SM_BEGIN);
+    checkWrite(out->write(length), "OCNT data length");
+    out->seek((int)end, Stream::SM_BEGIN);
 }
 
 void Serializer::writeObject(const Serializable* obj, OutputStream* out, bool registerObject) {
-    unsigned id = obj ? getOID(obj) : OID_INVALID;
-    if (id != OID_INVALID) {
-        checkWrite(out->write("OREF", 4) && out->write(id) && out->write(0u), "OREF");
+    unsigned id = OID_INVALID;
+    bool reference = false;
+    if (obj && registerObject && mDepth < sMaxNesting) {
+        // One probe both finds an object written before and enters a new one.
+        bool added = false;
+        id = mIds->objects().insert(obj, mNextID, added);
+        if (added)
+            ++mNextID;
+        reference = !added;
+    } else if (obj) {
+        id = getOID(obj);
+        reference = id != OID_INVALID;
+    }
+    if (reference) {
+        unsigned char ref[12];
+        memcpy(ref, "OREF", 4);
+        putU32(ref + 4, id, out->swaps());
+        putU32(ref + 8, 0, false);
+        checkWrite(out->write(ref, 1, 12) == 12, "OREF");
         ++mTotalCount;
         return;
     }
@@ -243,26 +344,11 @@ void Serializer::writeObject(const Serializable* obj, OutputStream* out, bool re
         throw stream::IOException("Object graph nested deeper than %u objects. Object stream write aborted",
                                   sMaxNesting);
     Depth depth(mDepth);
-    id = (registerObject && obj) ? getNextOID(obj) : OID_INVALID;
-    checkWrite(out->write("OCNT", 4), "OCNT");
-    checkWrite(out->write(id), "ObjectID");
-    if (mVersion > VERSION_1_0_0_0) {
-        unsigned suid = obj ? obj->getSUID() : 0;
-        if (obj && suid == 0)
-            Logger::mROOT_LOGGER.warn("Zero SerialVersionUID written for instance '%s'",
-                                      obj->getType().getName());
-        checkWrite(writeRawSUID(out, suid), "SerialUID");
-    }
-    unsigned lengthPos = out->tell();
-    checkWrite(out->write(0u), "OCNT data length");
+    const unsigned lengthPos = writeRecordHeader(out, obj, id);
     if (obj) {
         serializeType(obj->getType(), MAX_TYPE_NAME, out);
         obj->serialize(out, this);
-        unsigned end = out->tell();
-        keepEndSeekable(out);
-        out->seek((int)lengthPos, Stream::SM_BEGIN);
-        checkWrite(out->write(end - lengthPos - 4), "OCNT data length");
-        out->seek((int)end, Stream::SM_BEGIN);
+        patchLength(out, lengthPos, out->tell());
     }
     ++mTotalCount;
 }
@@ -306,33 +392,32 @@ void Serializer::read(InputStream* in, bool withHeader) {
     if (withHeader)
         readHeader(in, h);
     std::unique_ptr<stream::DeflateInputStream> inflater;
+    std::unique_ptr<detail::LookBackInputStream> lookBack;
     if (h.reserved[0] == 1) {
-        inflater.reset(new stream::DeflateInputStream(in, false, COPY_BUFFER_SIZE, COPY_BUFFER_SIZE));
+        // The content after the header is raw deflate: no zlib header or checksum.
+        inflater.reset(new stream::DeflateInputStream(in, false, COPY_BUFFER_SIZE, COPY_BUFFER_SIZE, true));
         inflater->open(Stream::OM_READ | Stream::OM_BINARY);
-        inflater->setEndianness(in->getEndianness());
-        in = inflater.get();
+        // An inflater goes back only by starting over; the window makes the
+        // return to the end of a record that read too far cheap.
+        lookBack.reset(new detail::LookBackInputStream(inflater.get(), LOOK_BACK_WINDOW));
+        lookBack->setEndianness(in->getEndianness());
+        in = lookBack.get();
     }
     if (!in->isOpen())
         in->open(Stream::OM_READ | Stream::OM_BINARY);
-    // Records of a sound stream are read in stream order, each starting after
-    // the one before; one that starts at or before that point is being read
-    // again (a length running backwards), which a hostile stream could repeat
-    // without end or make the work grow exponentially with the nesting.
+    // Records of a sound stream are read in stream order; see enterRecord().
     struct ScanScope {
         Serializer& s;
         const InputStream* stream;
-        bool started;
-        unsigned last;
+        unsigned frontier;
         ScanScope(Serializer& ser, const InputStream* in)
-            : s(ser), stream(ser.mScanStream), started(ser.mScanStarted), last(ser.mScanLast) {
+            : s(ser), stream(ser.mScanStream), frontier(ser.mFrontier) {
             s.mScanStream = in;
-            s.mScanStarted = false;
-            s.mScanLast = 0;
+            s.mFrontier = 0;
         }
         ~ScanScope() {
             s.mScanStream = stream;
-            s.mScanStarted = started;
-            s.mScanLast = last;
+            s.mFrontier = frontier;
         }
     } scope(*this, in);
     unsigned kept = 0;
@@ -373,8 +458,22 @@ void Serializer::deserializeType(char* buffer, unsigned& length, unsigned maxLen
     buffer[length] = 0;
 }
 
+unsigned Serializer::readFully(InputStream* in, void* buffer, unsigned size) {
+    unsigned done = 0;
+    while (done < size) {
+        unsigned n = in->read(static_cast<char*>(buffer) + done, 1, size - done);
+        if (n == 0)
+            break;
+        done += n;
+    }
+    return done;
+}
+
 void Serializer::seekSafe(InputStream* in, unsigned position) {
-    unsigned current = in->tell();
+    seekSafe(in, in->tell(), position);
+}
+
+void Serializer::seekSafe(InputStream* in, unsigned current, unsigned position) {
     if (position == current)
         return;
     if (position < current) {
@@ -393,18 +492,64 @@ void Serializer::seekSafe(InputStream* in, unsigned position) {
     }
 }
 
+// A record is fresh when it starts at or after the furthest position read()
+// has reached in its stream: in a sound stream every record is. An object that
+// reads past its own record makes the reader go back to the record's end and
+// read the following records again; that is the defined recovery. A record
+// read again that sends the reader back once more makes no progress (a length
+// running backwards, or records that each over-read into the next, whose work
+// would double with every level), so it ends the read. Each record is fresh
+// only once, which bounds the re-reading to the nesting depth times the
+// stream's length.
+bool Serializer::enterRecord(const InputStream* in, unsigned start, unsigned dataStart) {
+    if (in != mScanStream)
+        return true;
+    const bool fresh = start >= mFrontier;
+    if (dataStart > mFrontier)
+        mFrontier = dataStart;
+    return fresh;
+}
+
+void Serializer::leaveRecord(InputStream* in, unsigned start, bool fresh, unsigned now, unsigned end) {
+    if (in == mScanStream) {
+        if (now > mFrontier)
+            mFrontier = now;
+        if (end < now && !fresh)
+            throw stream::IOException("Object record at %8X read twice. Object stream read aborted", start);
+    }
+    seekSafe(in, now, end);
+}
+
+unsigned Serializer::recordHeaderSize() const {
+    return mVersion > VERSION_1_0_0_0 ? 16 : 12;
+}
+
 bool Serializer::readRecordHeader(InputStream* in, unsigned& id, unsigned& suid, unsigned& length,
                                   const char* unknownTagMessage) {
+    // Tag, identifier and the next field in one read, the length of an
+    // "OCNT" record with a SerialUID in a second; a short read names the
+    // first field it cut, as reading field by field would.
+    unsigned char head[16];
+    const unsigned n = readFully(in, head, 12);
     char tag[5] = {0};
-    checkRead(in->read(tag, 1, 4) == 4, "OCNT/OREF");
-    bool reference = memcmp(tag, "OREF", 4) == 0;
+    memcpy(tag, head, n < 4 ? n : 4);
+    checkRead(n >= 4, "OCNT/OREF");
+    const bool reference = memcmp(tag, "OREF", 4) == 0;
     if (!reference && memcmp(tag, "OCNT", 4) != 0)
         throw ::core::UnsupportedOperationException(unknownTagMessage, tag);
     ++mTotalCount;
-    checkRead(in->read(id), "ObjectID");
-    if (!reference && mVersion > VERSION_1_0_0_0)
-        checkRead(readRawSUID(in, suid), "SerialUID");
-    checkRead(in->read(length), reference ? "OREF data length" : "OCNT data length");
+    checkRead(n >= 8, "ObjectID");
+    const bool big = in->swaps();
+    id = getU32(head + 4, big);
+    if (!reference && mVersion > VERSION_1_0_0_0) {
+        checkRead(n == 12, "SerialUID");
+        suid = getU32(head + 8, false);
+        checkRead(readFully(in, head + 12, 4) == 4, "OCNT data length");
+        length = getU32(head + 12, big);
+    } else {
+        checkRead(n == 12, reference ? "OREF data length" : "OCNT data length");
+        length = getU32(head + 8, big);
+    }
     return reference;
 }
 
@@ -417,13 +562,6 @@ Serializable* Serializer::readObject(InputStream* in, Serializable* instance) {
 }
 
 Serializable* Serializer::readObject(InputStream* in, const ::core::Type& expected, Serializable* instance) {
-    if (in == mScanStream) {
-        unsigned start = in->tell();
-        if (mScanStarted && start <= mScanLast)
-            throw stream::IOException("Object record at %8X read twice. Object stream read aborted", start);
-        mScanStarted = true;
-        mScanLast = start;
-    }
     unsigned id = 0, suid = 0, length = 0;
     if (readRecordHeader(in, id, suid, length, "Unknown stream signature '%s'")) {
         Serializable* s = getObjectByID(id);
@@ -439,6 +577,8 @@ Serializable* Serializer::readObject(InputStream* in, const ::core::Type& expect
     const unsigned p = in->tell();
     if (id == OID_INVALID && length == 0)
         return nullptr;
+    const unsigned start = p - recordHeaderSize();
+    const bool fresh = enterRecord(in, start, p);
     if (mDepth >= sMaxNesting)
         throw stream::IOException("Object stream nested deeper than %u objects. Object stream read aborted",
                                   sMaxNesting);
@@ -455,7 +595,7 @@ Serializable* Serializer::readObject(InputStream* in, const ::core::Type& expect
             Logger::mROOT_LOGGER.warn(
                 "Unable to create object instance for type name '%s'. Skipping object stream read.",
                 typeName);
-            seekSafe(in, p + length);
+            leaveRecord(in, start, fresh, in->tell(), p + length);
             return nullptr;
         }
         mCreated.emplace_back(o); // freed by reset() unless someone else holds it
@@ -476,13 +616,12 @@ Serializable* Serializer::readObject(InputStream* in, const ::core::Type& expect
         instance->deserializeLegacy1(in, this, suid);
     else
         instance->deserializeLegacy0(in, this);
-    unsigned now = in->tell();
-    if (now != p + length) {
+    const unsigned now = in->tell();
+    if (now != p + length)
         Logger::mROOT_LOGGER.warn("Stream offset mismatch for object type '%s' (expected %8X, found %8X). "
                                   "Forcing stream position adjustment.",
                                   typeName, p + length, now);
-        seekSafe(in, p + length);
-    }
+    leaveRecord(in, start, fresh, now, p + length);
     return instance;
 }
 
@@ -497,8 +636,9 @@ unsigned Serializer::skipObject(InputStream* in, Serializable* instance, std::st
             *dataLength = 0;
         return 12;
     }
-    bool hasSUID = mVersion > VERSION_1_0_0_0;
-    unsigned p = in->tell();
+    const unsigned p = in->tell();
+    const unsigned start = p - recordHeaderSize();
+    const bool fresh = enterRecord(in, start, p);
     if (length > 0) {
         char name[MAX_TYPE_NAME + 1];
         unsigned nameLength = 0;
@@ -508,12 +648,12 @@ unsigned Serializer::skipObject(InputStream* in, Serializable* instance, std::st
     } else if (typeName) {
         typeName->clear();
     }
-    seekSafe(in, p + length);
+    leaveRecord(in, start, fresh, in->tell(), p + length);
     if (dataLength)
         *dataLength = length;
     if (instance && id != OID_INVALID)
         updateMap(id, instance);
-    return 4 + 4 + (hasSUID ? 4 : 0) + 4 + length;
+    return recordHeaderSize() + length;
 }
 
 // ------------------------------------------------------------------ files
@@ -526,7 +666,14 @@ void Serializer::write(vfs::File* file, const Version& version, int compressionL
     try {
         std::unique_ptr<OutputStream> out(file->getOutputStream());
         out->open(Stream::OM_WRITE | Stream::OM_TRUNCATE | Stream::OM_BINARY);
-        write(out.get(), true);
+        // Built in memory, where record lengths are patched in place, and
+        // written with one call: on a file every patch would seek twice, and
+        // every seek flushes the file's buffer.
+        stream::ByteOutputStream bytes(64u << 10, 1u << 20);
+        bytes.setEndianness(out->getEndianness());
+        bytes.open(Stream::OM_WRITE | Stream::OM_BINARY);
+        write(&bytes, true);
+        checkWrite(out->write(bytes.getBytes(), 1, bytes.getSize()) == bytes.getSize(), "data");
         out->close();
     } catch (const ::core::Exception& e) {
         std::string msg = ::core::formatMessagef("Error writing object list to file '%s'", file->getPath());
@@ -579,7 +726,7 @@ Serializer::CompressionResult Serializer::doCompression(vfs::File* file, const c
             unsigned a = 0, b = 0;
             writeHeader(out.get(), h, a, b);
             out->flush();
-            stream::DeflateOutputStream deflater(out.get(), level, COPY_BUFFER_SIZE);
+            stream::DeflateOutputStream deflater(out.get(), level, COPY_BUFFER_SIZE, true);
             deflater.open(Stream::OM_WRITE | Stream::OM_BINARY);
             ensureZIPBuffer();
             for (;;) {

@@ -1,12 +1,13 @@
 #pragma once
 #include <deque>
 #include <map>
-#include <unordered_map>
+#include <memory>
 #include <string>
 #include <tmain/core/Object.h>
 #include <tmain/core/ObjectFactory.h>
 #include <tmain/foundation/Callback.h>
 #include <tmain/foundation/SmartPtr.h>
+#include <unordered_map>
 #include <vector>
 
 namespace tarso {
@@ -29,8 +30,13 @@ public:
         unsigned char major, minor, release, build;
         /// The record-layout test. Each later clause only checks that the byte
         /// just before it is equal, not all earlier bytes; kept as it is.
-        bool operator>(const Version& b) const;
-        bool operator==(const Version& b) const;
+        bool operator>(const Version& b) const {
+            return major > b.major || (major == b.major && minor > b.minor) ||
+                   (minor == b.minor && release > b.release) || (release == b.release && build > b.build);
+        }
+        bool operator==(const Version& b) const {
+            return major == b.major && minor == b.minor && release == b.release && build == b.build;
+        }
         /// Byte-by-byte comparison from the left, for the accepted range.
         int compare(const Version& b) const;
         std::string toString() const;
@@ -74,7 +80,8 @@ public:
     void write(stream::OutputStream* out, bool withHeader);
     void read(stream::InputStream* in, bool withHeader);
     /// Writes the root objects to the file with the given version; a non-zero
-    /// level compresses the file afterwards.
+    /// level compresses the file afterwards. The stream is built in memory
+    /// and written to the file in one piece.
     void write(vfs::File* file, const Version& version, int compressionLevel);
     void read(vfs::File* file);
 
@@ -128,14 +135,29 @@ private:
     void serializeType(const ::core::Type& type, unsigned maxLength, stream::OutputStream* out);
     void deserializeType(char* buffer, unsigned& length, unsigned maxLength, stream::InputStream* in);
     void seekSafe(stream::InputStream* in, unsigned position);
+    /// Reads until `size` bytes or the end; returns the count read.
+    static unsigned readFully(stream::InputStream* in, void* buffer, unsigned size);
+    void seekSafe(stream::InputStream* in, unsigned current, unsigned position);
+    /// Notes a record of the stream read() reads; true when it is read for the first time.
+    bool enterRecord(const stream::InputStream* in, unsigned start, unsigned dataStart);
+    /// Moves to the record's end; refuses to go back from a record read again.
+    void leaveRecord(stream::InputStream* in, unsigned start, bool fresh, unsigned now, unsigned end);
+    /// Bytes of an "OCNT" record before its data: tag, identifier, SerialUID, length.
+    unsigned recordHeaderSize() const;
     void updateMap(unsigned id, Serializable* object);
     void ensureZIPBuffer();
     bool versionInRange(const Version& v) const;
 
+    /// Writes one "OCNT" record header; returns where its length field is.
+    unsigned writeRecordHeader(stream::OutputStream* out, const Serializable* object, unsigned id);
+    /// Writes the record's data length at lengthPos, `end` being the current position.
+    void patchLength(stream::OutputStream* out, unsigned lengthPos, unsigned end);
+
     std::deque<Object*> mObjects;
-    // Hash maps: the order of neither map is ever observed.
-    std::unordered_map<const Serializable*, unsigned> mObjectToID;
-    std::unordered_map<unsigned, Serializable*> mIDToObject;
+    /// The object-to-identifier and identifier-to-object maps (flat tables;
+    /// the order of neither is ever observed).
+    struct Identifiers;
+    std::unique_ptr<Identifiers> mIds;
     unsigned mNextID;
     ObjectFactory<Object>* mFactory;
     unsigned mTotalCount;
@@ -147,10 +169,9 @@ private:
     /// failed read frees what it created.
     std::vector<::core::SmartPtr<Object>> mCreated;
     unsigned mDepth;
-    /// The stream read() is reading and where its last record started.
+    /// The stream read() is reading and the furthest position reached in it.
     const stream::InputStream* mScanStream;
-    bool mScanStarted;
-    unsigned mScanLast;
+    unsigned mFrontier;
 };
 
 } // namespace core

@@ -1,5 +1,8 @@
 #include <tmain/foundation/Type.h>
 
+#include <algorithm>
+#include <cstring>
+
 namespace core {
 
 const Type* Type::ReflectionMap::operator[](const char* name) const {
@@ -11,10 +14,14 @@ const Type* Type::ReflectionMap::operator[](const char* name) const {
 }
 
 std::vector<const Type*> Type::ReflectionMap::types() const {
-    std::lock_guard<std::mutex> g(mMutex);
     std::vector<const Type*> out;
-    for (auto& kv : mTypes)
-        out.push_back(kv.second);
+    {
+        std::lock_guard<std::mutex> g(mMutex);
+        for (auto& kv : mTypes)
+            out.push_back(kv.second);
+    }
+    std::sort(out.begin(), out.end(),
+              [](const Type* a, const Type* b) { return strcmp(a->getName(), b->getName()) < 0; });
     return out;
 }
 

@@ -1,8 +1,10 @@
 #pragma once
 #include <map>
 #include <mutex>
+#include <string_view>
 #include <tmain/Export.h>
 #include <tmain/foundation/LessStr.h>
+#include <unordered_map>
 #include <vector>
 
 namespace core {
@@ -22,7 +24,8 @@ public:
 
     private:
         mutable std::mutex mMutex;
-        std::map<const char*, const Type*, less_str> mTypes;
+        // Hashed: the object factory looks a name up for every object it makes.
+        std::unordered_map<std::string_view, const Type*> mTypes;
     };
 
     explicit Type(const char* name);

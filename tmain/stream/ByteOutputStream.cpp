@@ -100,8 +100,23 @@ void ByteOutputStream::checkUsable() const {
 }
 
 unsigned ByteOutputStream::write(const void* buffer, unsigned size, unsigned count) {
-    checkUsable();
-    return append(buffer, (unsigned long long)size * count);
+    if (!mOpen || mSTLRequested)
+        checkUsable();
+    const unsigned long long bytes = (unsigned long long)size * count;
+    // The common case, room in the block, without a further call.
+    if (bytes && buffer && mPosition + bytes <= mCapacity) {
+        memcpy(mData + mPosition, buffer, (size_t)bytes);
+        mPosition += (unsigned)bytes;
+        return (unsigned)bytes;
+    }
+    return append(buffer, bytes);
+}
+
+void ByteOutputStream::patch(unsigned position, const void* data, unsigned size) {
+    if ((unsigned long long)position + size > mPosition)
+        throw IOException("ByteOutputStream::patch: invalid range (%u+%u beyond %u)", position, size,
+                          mPosition);
+    memcpy(mData + position, data, size);
 }
 
 void ByteOutputStream::flush() {

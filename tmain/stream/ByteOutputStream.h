@@ -27,6 +27,9 @@ public:
 
     using OutputStream::write;
     unsigned write(const void* buffer, unsigned size, unsigned count) override;
+    /// Overwrites `size` bytes at `position` without moving the position;
+    /// the bytes must lie before the position, else IOException.
+    void patch(unsigned position, const void* data, unsigned size);
     /// Only checks that writing is allowed; there is nothing to flush.
     void flush() override;
     /// A std::ostream writing at the current position. Once handed out,

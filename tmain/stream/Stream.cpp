@@ -142,10 +142,20 @@ bool InputStream::read(char* v, unsigned n) {
 bool InputStream::read(unsigned char* v, unsigned n) {
     return n == 0 || read((void*)v, 1, n) == n;
 }
+// Arrays of bools and longs go through a small buffer: one call per chunk
+// rather than one per element.
 bool InputStream::read(bool* v, unsigned n) {
-    for (unsigned i = 0; i < n; ++i)
-        if (!read(v[i]))
+    unsigned char tmp[1024];
+    while (n > 0) {
+        const unsigned k = n < sizeof(tmp) ? n : (unsigned)sizeof(tmp);
+        const unsigned got = read(tmp, 1, k);
+        for (unsigned i = 0; i < got; ++i)
+            v[i] = tmp[i] != 0;
+        if (got != k)
             return false;
+        v += k;
+        n -= k;
+    }
     return true;
 }
 bool InputStream::read(short& v) {
@@ -180,9 +190,19 @@ bool InputStream::read(unsigned* v, unsigned n) {
     return readSwapped(v, 4, n);
 }
 bool InputStream::read(long* v, unsigned n) {
-    for (unsigned i = 0; i < n; ++i)
-        if (!read(v[i]))
+    int32_t tmp[256];
+    while (n > 0) {
+        const unsigned k = n < 256 ? n : 256;
+        const unsigned whole = read(tmp, 4, k) / 4;
+        if (swaps())
+            swapInPlace(tmp, 4, whole);
+        for (unsigned i = 0; i < whole; ++i)
+            v[i] = tmp[i];
+        if (whole != k)
             return false;
+        v += k;
+        n -= k;
+    }
     return true;
 }
 // Floats are never swapped: they are always stored in little-endian order.
@@ -198,9 +218,17 @@ bool InputStream::read(std::string& v) {
     if (!read(len))
         return false;
     // Grow as the bytes arrive so a corrupt length cannot make us allocate
-    // gigabytes up front.
-    v.clear();
+    // gigabytes up front; a short string is read in place.
     char chunk[4096];
+    if (len <= sizeof(chunk)) {
+        v.resize(len);
+        unsigned got = len ? read(&v[0], 1, len) : 0;
+        if (got == len)
+            return true;
+        v.resize(got);
+        return false;
+    }
+    v.clear();
     while (len > 0) {
         unsigned want = len < sizeof(chunk) ? len : (unsigned)sizeof(chunk);
         unsigned got = read(chunk, 1, want);
@@ -257,9 +285,16 @@ bool OutputStream::write(const unsigned char* v, unsigned n) {
     return n == 0 || write((const void*)v, 1, n) == n;
 }
 bool OutputStream::write(const bool* v, unsigned n) {
-    for (unsigned i = 0; i < n; ++i)
-        if (!write(v[i]))
+    unsigned char tmp[1024];
+    while (n > 0) {
+        const unsigned k = n < sizeof(tmp) ? n : (unsigned)sizeof(tmp);
+        for (unsigned i = 0; i < k; ++i)
+            tmp[i] = v[i] ? 1 : 0;
+        if (write(tmp, 1, k) != k)
             return false;
+        v += k;
+        n -= k;
+    }
     return true;
 }
 bool OutputStream::write(short v) {
@@ -291,9 +326,16 @@ bool OutputStream::write(const unsigned* v, unsigned n) {
     return writeSwapped(v, 4, n);
 }
 bool OutputStream::write(const long* v, unsigned n) {
-    for (unsigned i = 0; i < n; ++i)
-        if (!write(v[i]))
+    int32_t tmp[256];
+    while (n > 0) {
+        const unsigned k = n < 256 ? n : 256;
+        for (unsigned i = 0; i < k; ++i)
+            tmp[i] = (int32_t)v[i];
+        if (!writeSwapped(tmp, 4, k))
             return false;
+        v += k;
+        n -= k;
+    }
     return true;
 }
 bool OutputStream::write(float v) {
