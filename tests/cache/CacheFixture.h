@@ -29,7 +29,6 @@ public:
     std::atomic<unsigned long long> fetched{0};
     std::atomic<int> lookups{0};
     std::atomic<bool> unreachable{false};
-    std::atomic<bool> failNextRead{false};
     /// When positive, every failEvery-th read of any stream throws.
     std::atomic<unsigned> failEvery{0};
     std::atomic<unsigned> reads{0};
@@ -70,7 +69,7 @@ public:
     using tarso::stream::InputStream::read;
     unsigned read(void* buffer, unsigned size, unsigned count) override {
         unsigned every = mFS->failEvery, nth = ++mFS->reads;
-        if (mFS->failNextRead.exchange(false) || (every && nth % every == 0))
+        if (every && nth % every == 0)
             throw tarso::stream::IOException("source failed at offset %u", tell());
         unsigned offset = tell(), chunk = mFS->maxChunk, wanted = size * count;
         unsigned n =

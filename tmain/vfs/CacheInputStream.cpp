@@ -79,8 +79,17 @@ unsigned CacheInputStream::fetch(unsigned position, unsigned char* target, unsig
             mSourcePosition += n;
         }
     } catch (...) {
-        // A source that fails mid-transfer is somewhere unknown: seek it next time.
+        // A source that fails mid-transfer is somewhere unknown: seek it next
+        // time. What it delivered before failing is good and is kept, so no
+        // byte is fetched twice.
         mSourcePosition = UINT_MAX;
+        if (got) {
+            try {
+                mInfo->storeFetched(position, target, got);
+            } catch (const ::core::Exception&) {
+                // the source's failure is the one to report
+            }
+        }
         throw;
     }
     if (got == 0) {
@@ -88,6 +97,7 @@ unsigned CacheInputStream::fetch(unsigned position, unsigned char* target, unsig
         throw IOException("CacheInputStream: source of '%s' ended at offset %u of %u", mFile->getPath(),
                           position, mFileSize);
     }
+    mInfo->storeFetched(position, target, got);
     return got;
 }
 
@@ -129,9 +139,7 @@ unsigned CacheInputStream::read(void* buffer, unsigned size, unsigned count) {
         // read fetches them again.
         const unsigned gap = mInfo->nextCachedStart(pos) - pos;
         if (want >= bufferSize) {
-            unsigned got = fetch(pos, out + delivered, std::min(want, gap));
-            mInfo->storeFetched(pos, out + delivered, got);
-            delivered += got;
+            delivered += fetch(pos, out + delivered, std::min(want, gap));
         } else {
             // Small reads fetch a whole buffer ahead. The buffer stops
             // claiming its old range before it is overwritten, so a failing
@@ -139,7 +147,6 @@ unsigned CacheInputStream::read(void* buffer, unsigned size, unsigned count) {
             unsigned char* shared = mInfo->getBuffer();
             mInfo->mBufferLength = 0;
             unsigned got = fetch(pos, shared, std::min(bufferSize, gap));
-            mInfo->storeFetched(pos, shared, got);
             mInfo->mBufferStart = pos;
             mInfo->mBufferLength = got;
             unsigned n = std::min(want, got);

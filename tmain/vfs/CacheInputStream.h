@@ -34,6 +34,8 @@ public:
     std::istream* getSTLStream() override;
 
 private:
+    /// Reads up to `length` source bytes at `position` into `target` and
+    /// stores them in the cache, also when the source fails midway.
     unsigned fetch(unsigned position, unsigned char* target, unsigned length);
 
     ::core::SmartPtr<vfs::CacheFile> mFile;
