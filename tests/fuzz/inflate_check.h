@@ -9,7 +9,9 @@
 #include <memory>
 #include <string>
 #include <tmain/foundation/Exception.h>
+#include <tmain/stream/ByteInputStream.h>
 #include <tmain/stream/DeflateInputStream.h>
+#include <tmain/stream/GZIPInputStream.h>
 #include <vector>
 #include <zlib.h>
 
@@ -193,6 +195,28 @@ inline void exercise(const char* harness, const StreamMaker& make, const uint8_t
     partSeen.compare(harness, ref.out);
     if (!partThrew && !part->hasError())
         fail(harness, "cut data read without an error");
+}
+
+/// The body of both stream harnesses. Input: one byte choosing the input and
+/// output buffer sizes (bits 0-1 and 2-3) and, for deflate, raw data instead
+/// of the zlib format (bit 4); one byte seeding the reads and seeks; then the
+/// compressed data.
+inline void runInflateHarness(const char* harness, const uint8_t* data, size_t size, bool gzip) {
+    if (size < 2)
+        return;
+    const unsigned inSize = bufferSize(data[0]), outSize = bufferSize(data[0] >> 2);
+    const bool raw = !gzip && (data[0] & 0x10);
+    const uint32_t seed = data[1] | (uint32_t)size << 8;
+    data += 2;
+    size -= 2;
+    const Reference ref = inflateReference(data, size, gzip ? 16 + 15 : raw ? -15 : 15, gzip);
+    auto make = [&](const uint8_t* d, size_t n) -> DeflateInputStream* {
+        auto* source = new tarso::stream::ByteInputStream(d, (unsigned)n, false);
+        if (gzip)
+            return new tarso::stream::GZIPInputStream(source, true, inSize, outSize);
+        return new DeflateInputStream(source, true, inSize, outSize, raw);
+    };
+    exercise(harness, make, data, size, seed, ref, !gzip);
 }
 
 } // namespace fuzz

@@ -3,7 +3,7 @@
 # made by gzip, zlib and raw deflate data made by python3's zlib, and maps
 # written by a real cache (through the harness's TMAIN_FUZZ_SEEDS mode).
 # Each stream seed starts with the harness's two option bytes (buffer sizes
-# and format; operation seed). Usage: make_seeds.sh <build dir with fuzz_cache_map>
+# and format; operation seed; see inflate_check.h). Usage: make_seeds.sh <build dir with fuzz_cache_map>
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 gz=$here/corpus/fuzz_gzip_stream
@@ -21,6 +21,7 @@ open(sys.argv[1] + "/small", "wb").write(b"tail of the second member\n")
 open(sys.argv[1] + "/random", "wb").write(bytes(r.randrange(256) for _ in range(1500)))
 PY
 
+touch -d @1500000000 "$tmp/text" # gzip -N stores the time
 seed() { printf "$2" | cat - "$3" > "$1"; } # seed <file> <option bytes> <data file>
 gzip -9 -n -c "$tmp/text" > "$tmp/a.gz"
 gzip -1 -N -c "$tmp/text" > "$tmp/named.gz"
@@ -46,13 +47,13 @@ py "$tmp/text" "c=zlib.compressobj(9, zlib.DEFLATED, -15); sys.stdout.buffer.wri
 py "$tmp/small" "c=zlib.compressobj(6, zlib.DEFLATED, -15); sys.stdout.buffer.write(c.compress(d)+c.flush())" "$tmp/raw6"
 py "$tmp/small" "c=zlib.compressobj(6, zlib.DEFLATED, 15, zdict=b'member'); sys.stdout.buffer.write(c.compress(d)+c.flush())" "$tmp/zdict"
 py "$tmp/small" "c=zlib.compressobj(6, zlib.DEFLATED, 9); sys.stdout.buffer.write(c.compress(d)+c.flush())" "$tmp/zwin9"
-seed "$dz/seed-zlib9" '\x1e\x01' "$tmp/z9"
+seed "$dz/seed-zlib9" '\x0f\x01' "$tmp/z9"
 seed "$dz/seed-zlib1-tiny-buffers" '\x00\x02' "$tmp/z1"
-seed "$dz/seed-zlib-stored" '\x0c\x03' "$tmp/z0"
+seed "$dz/seed-zlib-stored" '\x0a\x03' "$tmp/z0"
 seed "$dz/seed-raw9" '\x1f\x04' "$tmp/raw9"
-seed "$dz/seed-raw6-small-buffers" '\x03\x05' "$tmp/raw6"
-seed "$dz/seed-zlib-dictionary" '\x1e\x06' "$tmp/zdict"
-seed "$dz/seed-zlib-window9" '\x14\x07' "$tmp/zwin9"
+seed "$dz/seed-raw6-small-buffers" '\x15\x05' "$tmp/raw6"
+seed "$dz/seed-zlib-dictionary" '\x0f\x06' "$tmp/zdict"
+seed "$dz/seed-zlib-window9" '\x05\x07' "$tmp/zwin9"
 
 if [ $# -ge 1 ]; then
   TMAIN_FUZZ_SEEDS=$here/corpus/fuzz_cache_map "$1/fuzz_cache_map" -runs=0 "$tmp" >/dev/null 2>&1
