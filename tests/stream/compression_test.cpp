@@ -60,9 +60,9 @@ std::string makeText(size_t n, unsigned seed) {
     return s;
 }
 
-std::string deflated(const std::string& text, int level, unsigned bufferSize) {
+std::string deflated(const std::string& text, int level, unsigned bufferSize, bool raw = false) {
     Sink sink;
-    DeflateOutputStream out(&sink, level, bufferSize);
+    DeflateOutputStream out(&sink, level, bufferSize, raw);
     out.open(Stream::OM_WRITE);
     EXPECT_EQ(out.write(text.data(), 1, (unsigned)text.size()), text.size());
     out.close();
@@ -125,7 +125,6 @@ TEST_F(CompressionTools, GzipFilesMembersAndSeeking) {
     save("3.gz", three);
     ASSERT_TRUE((fast[3] & 0x08) == 0 && (named[3] & 0x08) != 0); // only -N stores the name
     EXPECT_EQ(gunzip(fast), text);
-    EXPECT_EQ(gunzip(named, 7, 13, 4093), text);
     EXPECT_EQ(gunzip(named, 65536, 65536, 1 << 20), text);
     EXPECT_EQ(gunzip(empty), "");
     EXPECT_EQ(gunzip(three, 100, 1000, 999), text + small);
@@ -147,16 +146,15 @@ TEST_F(CompressionTools, ZlibFormatWithPythonAndPigz) {
     const std::string text = makeText(200000, 3);
     save("data.txt", text);
     const char* python = "python3 -c 'import zlib,sys; sys.stdout.buffer.write(zlib.";
-    for (std::string cmd : {std::string(python) + "compress(sys.stdin.buffer.read(), 9))' <data.txt",
-                            std::string("pigz -z -c data.txt")}) {
-        DeflateInputStream in(new Trickle(sh(cmd), 4096), true, 1000, 3000);
-        in.open(Stream::OM_READ);
-        EXPECT_EQ(readAll(in, 2500), text) << cmd;
-        EXPECT_TRUE(in.eof());
-    }
+    DeflateInputStream in(new Trickle(sh("pigz -z -c data.txt"), 4096), true, 1000, 3000);
+    in.open(Stream::OM_READ);
+    EXPECT_EQ(readAll(in, 2500), text);
+    EXPECT_TRUE(in.eof() && !in.hasError());
     for (int level : {-1, 0, 1, 9}) {
         save("ours.z", deflated(text, level, 100));
+        save("ours.raw", deflated(text, level, 100, true));
         EXPECT_EQ(sh(python + std::string("decompress(sys.stdin.buffer.read()))' <ours.z")), text);
+        EXPECT_EQ(sh(python + std::string("decompress(sys.stdin.buffer.read(), -15))' <ours.raw")), text);
         EXPECT_EQ(sh("pigz -dz -c ours.z"), text);
     }
 }
@@ -264,6 +262,8 @@ TEST_F(CompressionTools, CutFilesAreErrors) {
                              << "kind " << kind << " cut " << cut << " trickle " << trickle);
                 EXPECT_TRUE(in->eof());
                 EXPECT_EQ(in->hasError(), !whole);
+                if (thrown.empty()) // a read that throws has put its bytes in the buffer all the same
+                    EXPECT_EQ(in->tell(), got.size());
                 EXPECT_EQ(got, whole ? all.substr(0, cut == data.size() ? all.size() : text.size())
                                      : all.substr(0, got.size()));
                 if (kind == GZIP && cut >= one.size() - 8 && cut < one.size()) // in the first trailer
