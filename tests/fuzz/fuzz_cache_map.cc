@@ -13,6 +13,7 @@
 // file system write maps for a partly read file and copies them into <dir>.
 #include "fuzz_support.h"
 
+#include <algorithm>
 #include <cstring>
 #include <stdlib.h>
 #include <string>
@@ -175,10 +176,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (entriesOf(again) != entriesOf(map))
             fuzz::fail(NAME, "a map written back reads different entries");
     }
-    // Ranges the cache would add for this file, small and large.
+    // Ranges the cache would add for this file, small and large (an untrusted
+    // map may end past the largest file size there is).
+    const unsigned long long span = std::min(fileSize, 0xFFFFFFFFull);
     for (int i = 0; i < 16; ++i) {
-        const unsigned start = (unsigned)(rng.next() % fileSize);
-        const unsigned room = (unsigned)(fileSize - start);
+        const unsigned start = (unsigned)(rng.next() % span);
+        const unsigned room = (unsigned)(span - start);
         const unsigned length = 1 + rng.next() % (i % 2 ? room : std::min(room, 5000u));
         map.addEntry(start, length);
         const CacheMapEntry* e = map.getEntry(start, length);
