@@ -3,7 +3,7 @@ JOBS      ?= $(shell nproc 2>/dev/null || echo 2)
 BUILD     ?= build
 CMAKE_ARGS ?=
 
-.PHONY: all deps configure build demo test test-asan test-tsan bench fuzz clean
+.PHONY: all deps configure build demo test test-asan test-tsan bench fuzz fuzz-run clean
 
 all: build
 
@@ -46,6 +46,20 @@ fuzz: deps
 	  -DTMAIN_BUILD_TESTS=OFF -DTMAIN_BUILD_EXAMPLES=OFF -DTMAIN_BUILD_FUZZ=ON -DBUILD_SHARED_LIBS=OFF \
 	  -DTMAIN_SANITIZE=address >/dev/null
 	@cmake --build build-fuzz -j $(JOBS)
+
+# Runs every harness for FUZZ_TIME seconds, one after the other, starting from
+# its corpus; new inputs go to build-fuzz/corpus/<name>, and only those that
+# add coverage are merged back into tests/fuzz/corpus/<name>. Crashes are
+# saved as build-fuzz/crash-<name>-*.
+FUZZ_TIME ?= 60
+fuzz-run: fuzz
+	@for src in tests/fuzz/*.cc; do \
+	  name=$$(basename $$src .cc); mkdir -p build-fuzz/corpus/$$name tests/fuzz/corpus/$$name; \
+	  echo "== $$name ($(FUZZ_TIME)s)"; \
+	  ./build-fuzz/$$name -max_total_time=$(FUZZ_TIME) -rss_limit_mb=2048 -timeout=25 \
+	    -artifact_prefix=build-fuzz/crash-$$name- build-fuzz/corpus/$$name tests/fuzz/corpus/$$name || exit 1; \
+	  ./build-fuzz/$$name -merge=1 tests/fuzz/corpus/$$name build-fuzz/corpus/$$name || exit 1; \
+	done
 
 clean:
 	rm -rf build build-asan build-tsan build-bench build-fuzz

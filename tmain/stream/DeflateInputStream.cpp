@@ -14,8 +14,9 @@ DeflateInputStream::DeflateInputStream(InputStream* source, bool sourceOwned, un
                                        unsigned outputBufferSize, bool raw)
     : mInputBufferSize(inputBufferSize), mOutputBufferSize(outputBufferSize), mSource(source),
       mSourceOwned(sourceOwned), mOpen(false), mPending(0), mLastResult(Z_OK), mReadPtr(nullptr),
-      mPosition(0), mWindowBits(raw ? -15 : 15), mOpenWindowBits(mWindowBits), mInflaterLive(false), mStreamEnded(false), mError(false),
-      mNeedsInput(true), mRewindable(false), mSourceStart(0) {
+      mPosition(0), mName("DeflateInputStream"), mWindowBits(raw ? -15 : 15), mOpenWindowBits(mWindowBits),
+      mInflaterLive(false), mStreamEnded(false), mError(false), mNeedsInput(true), mRewindable(false),
+      mSourceStart(0) {
     if (!source)
         throw ::core::IllegalArgumentException("DeflateInputStream: null source stream");
     // A zero-sized buffer would make inflate spin without progress.
@@ -108,16 +109,25 @@ void DeflateInputStream::setDataError() {
     mError = true;
 }
 
+void DeflateInputStream::setTruncated() {
+    if (mError)
+        return;
+    ::logging::Logger::mROOT_LOGGER.warn("%s: compressed data ends early (truncated after %u bytes)", mName,
+                                         mPosition);
+    mLastResult = Z_BUF_ERROR;
+    mError = true;
+}
+
 bool DeflateInputStream::hasError() const {
     return mError;
 }
 
 unsigned DeflateInputStream::available() const {
-    if (!mOpen || mError)
+    if (!mOpen)
         return 0;
     if (mPending > 0)
         return mPending;
-    if (mStreamEnded)
+    if (mStreamEnded || mError)
         return 0;
     if (mZ->avail_in > 0 || !mNeedsInput)
         return 1;
@@ -127,9 +137,9 @@ unsigned DeflateInputStream::available() const {
 bool DeflateInputStream::eof() const {
     if (!mOpen)
         return true;
-    if (mPending > 0)
-        return false;
-    return mStreamEnded || mError || (mNeedsInput && mZ->avail_in == 0 && mSource->eof());
+    // The source's end is not ours: a cut stream ends through read(), which
+    // records the fault, so eof() never hides it.
+    return mPending == 0 && (mStreamEnded || mError);
 }
 
 unsigned DeflateInputStream::read(void* buffer, unsigned size, unsigned count) {
@@ -148,14 +158,17 @@ unsigned DeflateInputStream::read(void* buffer, unsigned size, unsigned count) {
     }
 
     z_stream* z = mZ.get();
+    bool cut = false;
     while (done < want && !mStreamEnded && !mError && mInflaterLive) {
         if (z->avail_in == 0 && mNeedsInput) {
             // Once something is delivered, do not block on a source with nothing at hand.
             if (done > 0 && mSource->available() == 0)
                 break;
             unsigned got = mSource->read(mInputBuffer.get(), 1, mInputBufferSize);
-            if (got == 0)
+            if (got == 0) {
+                cut = true;
                 break;
+            }
             z->next_in = mInputBuffer.get();
             z->avail_in = got;
         }
@@ -183,14 +196,21 @@ unsigned DeflateInputStream::read(void* buffer, unsigned size, unsigned count) {
         if (rc == Z_STREAM_END) {
             mStreamEnded = true;
         } else if (rc == Z_DATA_ERROR || rc == Z_MEM_ERROR || rc == Z_STREAM_ERROR) {
-            ::logging::Logger::mROOT_LOGGER.warn("DeflateInputStream: inflate failed: %s (%d)",
+            ::logging::Logger::mROOT_LOGGER.warn("%s: inflate failed: %s (%d)", mName,
                                                  z->msg ? z->msg : zError(rc), rc);
             endInflater();
             mError = true;
         }
         // Z_BUF_ERROR is only "no progress": the next round refills the input.
+        // Told at once, so that eof() and hasError() agree after this call.
+        if (!mStreamEnded && !mError && mNeedsInput && z->avail_in == 0 && mSource->eof()) {
+            cut = true;
+            break;
+        }
     }
     mPosition += done;
+    if (cut)
+        setTruncated();
     return done;
 }
 

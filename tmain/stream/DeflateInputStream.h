@@ -18,7 +18,9 @@ namespace stream {
 /// delivered, a read does not block on a source that reports nothing
 /// available and returns what it has. A corrupt stream is not an exception:
 /// the read returns what was inflated before the fault, later reads return 0
-/// and hasError() turns true (the fault is logged).
+/// and hasError() turns true (the fault is logged). Data that ends before the
+/// compressed stream does (a cut file) counts as such a fault: eof() alone
+/// does not tell a whole stream from a truncated one, hasError() does.
 ///
 /// seek() moves forward by inflating and discarding (through a fixed
 /// 2048-byte scratch buffer). Moving backwards restarts from where the source
@@ -71,6 +73,8 @@ protected:
     /// inflated byte was delivered.
     bool streamFinished() const { return mStreamEnded && mPending == 0; }
     void setDataError();
+    /// Records that the compressed data ended before the stream did, and logs it.
+    void setTruncated();
 
     unsigned mInputBufferSize;
     std::unique_ptr<unsigned char[]> mInputBuffer;
@@ -85,6 +89,8 @@ protected:
     int mLastResult;
     unsigned char* mReadPtr;
     unsigned mPosition;
+    /// Class name used in log messages.
+    const char* mName;
 
 private:
     void restart();

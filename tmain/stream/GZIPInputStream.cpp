@@ -19,7 +19,9 @@ const unsigned char FLAG_RESERVED = 0xE0;
 
 GZIPInputStream::GZIPInputStream(InputStream* source, bool sourceOwned, unsigned inputBufferSize,
                                  unsigned outputBufferSize)
-    : DeflateInputStream(source, sourceOwned, inputBufferSize, outputBufferSize), mCrc(0), mDone(false) {}
+    : DeflateInputStream(source, sourceOwned, inputBufferSize, outputBufferSize), mCrc(0), mDone(false) {
+    mName = "GZIPInputStream";
+}
 
 GZIPInputStream::~GZIPInputStream() {}
 
@@ -36,6 +38,7 @@ void GZIPInputStream::open(EOpenMode mode) {
         // Leave the stream closed; the source stays as it is.
         endInflater();
         mOpen = false;
+        setDataError();
         throw;
     }
     mCrc = 0;
@@ -149,6 +152,7 @@ bool GZIPInputStream::finishMember() {
     unsigned char trailer[4];
     if (readRaw(trailer, 4) < 4) {
         mDone = true;
+        setTruncated();
         throw IOException("gzip error: unable to read CRC");
     }
     unsigned stored =
@@ -158,10 +162,13 @@ bool GZIPInputStream::finishMember() {
         setDataError();
         throw IOException("gzip error: CRC missmatch (%X != %X)", stored, (unsigned)mCrc);
     }
-    if (eofRaw())
+    // A missing or partial length field ends the data without an exception,
+    // but the file was cut all the same.
+    if (eofRaw() || readRaw(trailer, 4) < 4) {
+        setTruncated();
         return false;
-    readRaw(trailer, 4); // the length field is not checked
-    return !eofRaw();
+    }
+    return !eofRaw(); // the length field's value is not checked
 }
 
 unsigned GZIPInputStream::read(void* buffer, unsigned size, unsigned count) {
@@ -191,6 +198,7 @@ unsigned GZIPInputStream::read(void* buffer, unsigned size, unsigned count) {
             checkHeader();
         } catch (const IOException& e) {
             mDone = true;
+            setDataError();
             if (total == 0)
                 throw;
             mDeferred.reset(e.clone());
