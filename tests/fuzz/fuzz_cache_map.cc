@@ -105,20 +105,6 @@ std::vector<CacheMapEntry> entriesOf(const CacheMap& map) {
     return std::vector<CacheMapEntry>(map.getEntries().begin(), map.getEntries().end());
 }
 
-// The cache's rule for a map it may trust with a file of `fileSize` bytes.
-bool trusted(const CacheMap& map, unsigned long long fileSize) {
-    unsigned long long previousEnd = 0;
-    bool first = true;
-    for (const CacheMapEntry& e : map.getEntries()) {
-        const unsigned long long end = (unsigned long long)e.mStart + e.mSize;
-        if (e.mSize == 0 || end > fileSize || (!first && e.mStart <= previousEnd))
-            return false;
-        previousEnd = end;
-        first = false;
-    }
-    return true;
-}
-
 void checkQueries(const CacheMap& map, unsigned long long fileSize) {
     unsigned long long sum = 0;
     for (const CacheMapEntry& e : map.getEntries()) {
@@ -163,7 +149,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::Rng rng((uint32_t)size ^ (size ? data[size - 1] << 16 : 0));
     if (fileSize == 0)
         fileSize = 1 + rng.next() % 200000;
-    const bool ok = fileSize <= 0xFFFFFFFFull && trusted(map, fileSize);
+    const bool ok = fileSize <= 0xFFFFFFFFull && map.fits(fileSize);
     if (ok) {
         checkQueries(map, fileSize);
         ByteOutputStream out;
@@ -190,7 +176,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             continue;
         if (!e)
             fuzz::fail(NAME, "a range just added is not found");
-        if (!trusted(map, fileSize))
+        if (!map.fits(fileSize))
             fuzz::fail(NAME, "adding a range broke the sorted, separate list");
         checkQueries(map, fileSize);
     }

@@ -78,6 +78,19 @@ unsigned CacheMap::getCachedSize() const {
     return total;
 }
 
+bool CacheMap::fits(unsigned long long fileSize) const {
+    unsigned long long previousEnd = 0;
+    bool first = true;
+    for (const CacheMapEntry& e : mEntries) {
+        const unsigned long long end = (unsigned long long)e.mStart + e.mSize;
+        if (e.mSize == 0 || end > fileSize || (!first && e.mStart <= previousEnd))
+            return false;
+        previousEnd = end;
+        first = false;
+    }
+    return true;
+}
+
 core::Object* CacheMap::clone(core::CloningOptions& options) const {
     CacheMap* copy = new CacheMap(*this);
     _clone(copy, options);

@@ -46,6 +46,10 @@ public:
     /// Sum of all entry sizes.
     unsigned getCachedSize() const;
     const EntryList& getEntries() const { return mEntries; }
+    /// True when the entries are what merging produces for a file of
+    /// `fileSize` bytes: sorted, separate (not even touching), non-empty and
+    /// inside the file. A map read from disk is trusted only then.
+    bool fits(unsigned long long fileSize) const;
     void clear() { mEntries.clear(); }
 
     using core::Object::clone;

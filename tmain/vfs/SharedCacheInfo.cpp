@@ -120,21 +120,11 @@ void SharedCacheInfo::ensureCacheMap(unsigned trustedSize) {
     } catch (const ::core::Exception& e) {
         Logger::mROOT_LOGGER.warn("Unable to read cache map '%s'; keeping what was read", &e, mapAbs.c_str());
     }
-    // Only a sorted list of separate ranges inside the data file as it was
-    // found can be trusted: a map beside a new or shorter data file claims
-    // bytes that were never written there.
-    unsigned long long previousEnd = 0;
-    bool first = true;
-    for (const CacheMapEntry& e : mMap.getEntries()) {
-        unsigned long long end = (unsigned long long)e.mStart + e.mSize;
-        if (e.mSize == 0 || end > trustedSize || (!first && e.mStart <= previousEnd)) {
-            Logger::mROOT_LOGGER.warn("Cache map '%s' does not fit its data file; discarding it",
-                                      mapAbs.c_str());
-            mMap.clear();
-            break;
-        }
-        previousEnd = end;
-        first = false;
+    // A map beside a new or shorter data file claims bytes that were never
+    // written there: only ranges inside the file as it was found are trusted.
+    if (!mMap.fits(trustedSize)) {
+        Logger::mROOT_LOGGER.warn("Cache map '%s' does not fit its data file; discarding it", mapAbs.c_str());
+        mMap.clear();
     }
 }
 
