@@ -24,9 +24,8 @@ using tmaintest::messageOf;
 
 namespace {
 
-// A graph node: two owned children, a back pointer (not owning, so cycles make
-// no reference cycles) and a loose object written with registerObject false.
-// Serial version 7; version 6 had no right child.
+// Two owned children, a non-owning back pointer and a loose object written
+// unregistered. Serial version 7; version 6 had no right child.
 class Node : public NamedObject {
     TMAIN_TYPE()
     TMAIN_SERIAL_IDENTITY(7, 2)
@@ -82,24 +81,20 @@ class Ghost : public NamedObject {
     TMAIN_TYPE()
 };
 const core::Type Ghost::TYPE("sertest::Ghost", &NamedObject::TYPE);
-
 const std::string NAME255 = "sertest::" + std::string(246, 'x');
 const std::string NAME256 = NAME255 + "y";
 template <int N> class Long : public Object { TMAIN_TYPE() };
 template <> const core::Type Long<255>::TYPE(NAME255.c_str(), &Object::TYPE);
 template <> const core::Type Long<256>::TYPE(NAME256.c_str(), &Object::TYPE);
-
 TMAIN_REGISTER_CREATABLE(Node);
 TMAIN_REGISTER_CREATABLE(Long<255>);
-
 tc::ObjectFactory<Object> gFactory;
 const char* NAMED = "tarso::core::NamedObject";
 const char* NODE = "sertest::Node";
 const unsigned NONE = Serializer::OID_INVALID;
 const Serializer::Version& V2 = Serializer::VERSION_1_0_0_2;
 
-// Expected streams, built field by field without our writer. `version` is the
-// last version byte (0, 1 or 2); `big` selects "TFBE".
+// Expected streams, built field by field; `version` is the last version byte.
 struct Fmt {
     bool big;
     int version;
@@ -111,7 +106,6 @@ struct Fmt {
     }
     static std::string le32(unsigned v) { return Fmt{false, 2}.u32(v); }
     std::string str(const std::string& s) const { return u32((unsigned)s.size()) + s; }
-    // Header (signature, version, counts, content size, unpacked flag, reserved) and content.
     std::string stream(unsigned roots, unsigned total, const std::string& content) const {
         return (big ? "TFBE" : "TFLE") + std::string("\x01\x00\x00", 3) + (char)version + u32(roots) +
                u32(total) + u32((unsigned)content.size()) + std::string(16, '\0') + content;
@@ -126,8 +120,7 @@ struct Fmt {
     std::string null() const { return "OCNT" + u32(NONE) + (version > 0 ? le32(0) : "") + u32(0); }
     std::string nulls(int n) const { return n > 0 ? null() + nulls(n - 1) : ""; }
     std::string ref(unsigned id) const { return "OREF" + u32(id) + u32(0); }
-    // NamedObject's data for the current layout: its SUID, Object's SUID, the
-    // dynamic type name, the name.
+    // NamedObject's data: its SUID, Object's SUID, the dynamic type name, the name.
     std::string named(const std::string& type, const std::string& name) const {
         return le32(2) + le32(2) + str(type) + str(name);
     }
@@ -141,13 +134,10 @@ struct Fmt {
         return rec(id, 7, NODE, node(name, value, children));
     }
 };
-
 const Fmt LE{false, 2};
 
-// A memory stream the serializer does not recognise: it patches record
-// lengths by seeking, as on any other stream.
+// A memory stream the serializer does not recognise: lengths are patched by seeking.
 struct SeekingBytes : ts::ByteOutputStream {};
-
 std::string writeRoots(Serializer& s, bool big = false, bool seeking = false) {
     SeekingBytes seekingOut;
     ts::ByteOutputStream plainOut;
@@ -167,16 +157,13 @@ std::string writeObjects(std::initializer_list<Object*> roots, bool big = false,
         s.addObject(o);
     return writeRoots(s, big, seeking);
 }
-
 void readRoots(Serializer& s, const std::string& bytes) {
     ts::ByteInputStream in(bytes.data(), (unsigned)bytes.size(), false);
     s.read(&in, true);
 }
-
 template <class E = core::Exception> std::string readError(Serializer& r, const std::string& bytes) {
     return messageOf<E>([&] { readRoots(r, bytes); });
 }
-
 bool expectBytes(const std::string& expected, const std::string& actual, const std::string& what) {
     auto d = std::mismatch(expected.begin(), expected.end(), actual.begin(), actual.end());
     const bool same = d.first == expected.end() && d.second == actual.end();
@@ -184,21 +171,18 @@ bool expectBytes(const std::string& expected, const std::string& actual, const s
     return same;
 }
 
-// The roots a reader holds, written again at 1.0.0.2 by a copy (reading left
-// the identifiers in the maps).
+// A reader's roots written again at 1.0.0.2 by a copy (reading left identifiers in the maps).
 std::string rewrite(Serializer& r, bool big = false) {
     r.setVersion(V2);
     Serializer copy(r);
     return writeRoots(copy, big);
 }
-
 std::string readBack(Serializer& r, const std::string& bytes) {
     readRoots(r, bytes);
     return rewrite(r);
 }
 
-// Raw deflate (window bits -15: no zlib header or checksum) by python3's zlib;
-// inflating fails on trailing bytes or a missing end.
+// Raw deflate (no zlib header or checksum) by python3; inflating fails on trailing bytes or no end.
 std::string pythonRaw(const tmaintest::TempDir& tmp, bool deflate, const std::string& data) {
     tmaintest::writeFile(tmp.file("raw.in"), data);
     return tmaintest::outputOf(
@@ -213,17 +197,19 @@ std::string pythonRaw(const tmaintest::TempDir& tmp, bool deflate, const std::st
 std::string pythonCompressed(const tmaintest::TempDir& tmp, const std::string& stream) {
     return stream.substr(0, 20) + '\1' + std::string(15, '\0') + pythonRaw(tmp, true, stream.substr(36));
 }
+std::string mismatch(const char* type, unsigned expected, unsigned found) {
+    return core::formatMessagef(
+        "Stream offset mismatch for object type '%s' (expected %8X, found %8X). Forcing "
+        "stream position adjustment.",
+        type, expected, found);
+}
 
 // Hostile-input cases log an error each; keep the console quiet meanwhile.
 struct QuietConsole {
     logging::ConsoleAppender* c = logging::Logger::getRootLogger().getConsoleAppender();
     logging::Level old = c ? c->getThreshold() : logging::LEVEL_OFF;
-    QuietConsole() { set(logging::LEVEL_OFF); }
-    ~QuietConsole() { set(old); }
-    void set(logging::Level level) {
-        if (c)
-            c->setThreshold(level);
-    }
+    QuietConsole() { c ? c->setThreshold(logging::LEVEL_OFF) : void(); }
+    ~QuietConsole() { c ? c->setThreshold(old) : void(); }
 };
 
 // a -> (left s, right b, loose L); b -> (left s, back a, loose L); roots a, s.
@@ -271,8 +257,7 @@ TEST(Serializer, ByteExactGraphInBothByteOrdersAndRoundTrip) {
         EXPECT_EQ(tarso::platform::Endianness(big), in.getEndianness());
         EXPECT_EQ(14u, r.getTotalObjectCount());
         checkGraph(r, bytes, big);
-        // Records ending exactly at a ByteOutputStream's capacity (multiples of
-        // 256 here) still get their lengths patched, in place or by seeking.
+        // Records ending at a ByteOutputStream's capacity (256 multiples) get their lengths patched.
         for (bool seeking : {false, true})
             for (unsigned n = 120; n < 150; ++n) {
                 const std::string name(n, 'n');
@@ -313,9 +298,8 @@ TEST(Serializer, RecordHeadersPerVersionAndOlderLayoutsUpgraded) {
     const std::string n0 = f0.rec(NONE, 0, NAMED, f0.str(NAMED) + f0.str("n"));
     const std::string a0 =
         f0.rec(0, 0, NODE, f0.str(NODE) + f0.str("a") + f0.u32(1) + s0 + f0.null() + f0.ref(0) + n0);
-    // 1.0.0.1: the record header carries the outermost class's SerialUID, which
-    // chooses the reader; data starts with the base class. Version 6 of Node
-    // had no right child.
+    // 1.0.0.1: the header's SerialUID (the outermost class's) chooses the reader; data starts with
+    // the base class. Version 6 of Node had no right child.
     const std::string y1 =
         f1.rec(1, 7, NODE, f1.named(NODE, "y") + f1.u32(6) + f1.nulls(2) + f1.ref(0) + f1.null());
     const std::string m1 = f1.rec(NONE, 2, NAMED, Fmt::le32(2) + f1.str(NAMED) + f1.str("m"));
@@ -355,8 +339,7 @@ TEST(Serializer, UnknownTypesBadReferencesAndOffsetMismatches) {
     EXPECT_TRUE(
         log->contains("2/5 root-level objects read successfully from stream (5 total object references read)",
                       logging::LEVEL_INFO));
-    // Identifiers far apart (a hostile stream's) resolve too, also once the
-    // identifiers in between have been used.
+    // Identifiers far apart resolve, also once the ones in between have been used.
     std::string spread = LE.namedRec(1100, "far") + LE.namedRec(0xFFFFFFFEu, "last");
     for (unsigned id = 0; id < 150; ++id)
         spread += LE.namedRec(id, std::to_string(id));
@@ -399,9 +382,8 @@ TEST(Serializer, UnknownTypesBadReferencesAndOffsetMismatches) {
                 readBack(r, writeObjects({new Ghost(), node.get()})), "ghosts");
     EXPECT_TRUE(warned("type name 'sertest::Ghost'. Skipping object stream read."));
     EXPECT_FALSE(warned("Stream offset mismatch"));
-    // The first record's length ends 4 bytes before its data does (the name's
-    // last four bytes are the next record's tag), exactly there, or 4 bytes
-    // of padding later: the reader warns and goes on where the length says.
+    // A length ending 4 bytes early (the name's end is the next tag), exactly, or 4 bytes of padding
+    // late: the reader warns and goes on where the length says.
     const std::string first = LE.namedRec(0, "OCNT");
     const unsigned end = 36 + (unsigned)first.size();
     for (int delta : {-4, 0, 4}) {
@@ -409,11 +391,7 @@ TEST(Serializer, UnknownTypesBadReferencesAndOffsetMismatches) {
         const std::string cut = LE.relength(first, (unsigned)(first.size() - 16 + delta)) +
                                 std::string(std::max(delta, 0), 'p') + after.substr(std::max(-delta, 0));
         expectBytes(LE.stream(2, 2, first + after), readBack(r, LE.stream(2, 2, cut)), std::to_string(delta));
-        const std::string warning = core::formatMessagef(
-            "Stream offset mismatch for object type 'tarso::core::NamedObject' (expected %8X, found %8X). "
-            "Forcing stream position adjustment.",
-            end + delta, end);
-        EXPECT_EQ(delta != 0, warned(warning)) << warning;
+        EXPECT_EQ(delta != 0, warned(mismatch(NAMED, end + delta, end))) << delta;
     }
 }
 
@@ -457,17 +435,14 @@ TEST(Serializer, FilesPlainAndCompressed) {
                   messageOf<core::IllegalArgumentException>([&] { w.write(flat.get(), u.first, 0); }));
 }
 
-// An object that reads past its record: the reader warns, goes back to the
-// record's end and reads what follows again; every later root comes out
-// right, in plain and in compressed streams. A record read again that sends
-// the reader back once more would loop: the read ends.
+// An object that reads past its record: the reader warns, goes back to the record's end and reads
+// what follows again. A record read again that sends the reader back once more ends the read.
 TEST(Serializer, OverReadRecoveryAndLoops) {
     TMAIN_REQUIRE_TOOL("python3");
     tmaintest::ScopedLogCapture log;
     tmaintest::TempDir tmp;
-    // The first Node's data holds three of its four children: it takes the
-    // next root record as its loose child. With a long name that record is
-    // larger than what a compressed stream keeps for going back.
+    // The first Node takes the next root record as its loose child; with a long name that record
+    // is larger than what a compressed stream keeps for going back.
     for (const std::string& name : {std::string("after"), std::string(70000, 'a')}) {
         const std::string shortNode = LE.nodeRec(0, "short", 5, LE.nulls(3)), after = LE.namedRec(1, name);
         const std::string rest = after + LE.ref(1) + LE.nodeRec(2, "last", 6, LE.nulls(3) + LE.ref(1));
@@ -484,18 +459,13 @@ TEST(Serializer, OverReadRecoveryAndLoops) {
             // Positions in a compressed stream count from the end of the header.
             const unsigned end = (&stream == streams ? 36 : 0) + (unsigned)shortNode.size();
             EXPECT_TRUE(
-                log->contains(core::formatMessagef("Stream offset mismatch for object type 'sertest::Node' "
-                                                   "(expected %8X, found %8X). Forcing stream position "
-                                                   "adjustment.",
-                                                   end, end + (unsigned)after.size()),
-                              logging::LEVEL_WARN));
+                log->contains(mismatch(NODE, end, end + (unsigned)after.size()), logging::LEVEL_WARN));
             EXPECT_TRUE(log->contains(
                 "4/4 root-level objects read successfully from stream (12 total object references read)"));
         }
     }
-    // Many such records: a plain stream goes back as often as needed; an
-    // inflater, which goes back by starting over, gives up before the work
-    // grows with the square of the content.
+    // Many such records: a plain stream goes back as often as needed; an inflater (which starts
+    // over) gives up before the work grows with the square of the content.
     std::string many;
     for (int k = 0; k < 40; ++k)
         many += LE.nodeRec(NONE, "r", k, "") + LE.nulls(3) + LE.namedRec(NONE, std::string(70000, 'c'));
@@ -504,9 +474,8 @@ TEST(Serializer, OverReadRecoveryAndLoops) {
     EXPECT_EQ(80u, r.getObjectCount());
     EXPECT_EQ(0u, readError<ts::IOException>(r, pythonCompressed(tmp, LE.stream(200, 0, many)))
                       .find("Stream read back too often ("));
-    // Records whose length runs back to their own start, with a huge root
-    // count, would be read forever: the second pass ends the read, whether
-    // the class is unknown (skipped) or known (read).
+    // A record whose length runs back to its own start, unknown (skipped) or known (read), with a
+    // huge root count: the second pass ends the read.
     for (const char* type : {"no::Such", NAMED}) {
         const std::string self = LE.relength(LE.rec(0, 2, type, LE.named(type, "n")), 0u - 16u);
         EXPECT_EQ("Object record at       24 read twice. Object stream read aborted",
@@ -514,9 +483,7 @@ TEST(Serializer, OverReadRecoveryAndLoops) {
             << type;
         EXPECT_EQ(2u, r.getTotalObjectCount()) << type;
     }
-    // Nodes whose lengths end where their first child starts: each child
-    // record is read again as its parent's next child, so the work would
-    // double with every level.
+    // Lengths that end where the first child starts: without the guard, work doubles per level.
     std::string chain;
     for (int k = 0; k < 48; ++k)
         chain += LE.nodeRec(NONE, "", k, "");
@@ -526,8 +493,7 @@ TEST(Serializer, OverReadRecoveryAndLoops) {
     EXPECT_GT(200u, r.getTotalObjectCount());
 }
 
-// Class data often holds arrays; those of bools and longs go through the
-// stream in chunks (a chunk is 1024 bools or 256 longs).
+// Class data arrays of bools and longs go through the stream in chunks of 1024 and 256.
 TEST(Serializer, ClassDataArraysOfBoolsAndLongs) {
     bool bools[1500], boolsBack[1500];
     long longs[600], longsBack[600];
@@ -590,8 +556,7 @@ TEST(Serializer, HostileStreamsAndLimits) {
     const std::string good = Graph().expected(LE);
     // One reader throughout: a failed read leaves it usable.
     Serializer r(&gFactory);
-    // Cut at every offset: always one of our exceptions, never a crash; a
-    // cut record header names the field it cut, on reading and on writing.
+    // Cut anywhere: one of our exceptions; a cut record header names its field, read or written.
     const char* fields[] = {"OCNT/OREF", "ObjectID", "SerialUID", "OCNT data length"};
     for (size_t n = 0; n < good.size(); ++n) {
         std::vector<char> cut(good.begin(), good.begin() + n); // exact size, so ASan sees overreads
@@ -621,8 +586,7 @@ TEST(Serializer, HostileStreamsAndLimits) {
         EXPECT_EQ(0u, m.find("Error serializing object [tarso::core::Serializer@")) << m;
         EXPECT_NE(std::string::npos, m.find(std::string("]: ") + fields[(n - 36) / 4])) << m;
     }
-    // The next tag is missing after a huge root count's one record, and after
-    // an unknown record whose data length runs past the end (skipped to the end).
+    // A missing tag after a huge count's one record, and after an unknown record running past the end.
     const std::string named = LE.namedRec(0, "n");
     for (const std::string& bytes :
          {LE.stream(0xFFFFFFFFu, 1, named),
@@ -653,8 +617,7 @@ TEST(Serializer, HostileStreamsAndLimits) {
     Serializer noFactory(nullptr);
     EXPECT_EQ("No object factory set! Read operation aborted",
               readError<core::IllegalStateException>(noFactory, good));
-    // A known record whose data length runs past the end is read, and the
-    // position moved to the end with a warning.
+    // A known record running past the end is read, and the position moved to the end with a warning.
     log->clear();
     expectBytes(LE.stream(1, 1, named), readBack(r, LE.stream(1, 1, LE.relength(named, 0x7FFFFFF0))), "far");
     EXPECT_TRUE(log->contains("Stream offset mismatch for object type 'tarso::core::NamedObject'"));
@@ -678,5 +641,4 @@ TEST(Serializer, HostileStreamsAndLimits) {
               messageOf<ts::IOException>([&] { writeObjects({root.get()}); }));
     loop->mLoose = nullptr;
 }
-
 } // namespace
