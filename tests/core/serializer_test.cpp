@@ -81,6 +81,7 @@ class Ghost : public NamedObject {
     TMAIN_TYPE()
 };
 const core::Type Ghost::TYPE("sertest::Ghost", &NamedObject::TYPE);
+
 const std::string NAME255 = "sertest::" + std::string(246, 'x');
 const std::string NAME256 = NAME255 + "y";
 template <int N> class Long : public Object { TMAIN_TYPE() };
@@ -88,6 +89,7 @@ template <> const core::Type Long<255>::TYPE(NAME255.c_str(), &Object::TYPE);
 template <> const core::Type Long<256>::TYPE(NAME256.c_str(), &Object::TYPE);
 TMAIN_REGISTER_CREATABLE(Node);
 TMAIN_REGISTER_CREATABLE(Long<255>);
+
 tc::ObjectFactory<Object> gFactory;
 const char* NAMED = "tarso::core::NamedObject";
 const char* NODE = "sertest::Node";
