@@ -352,7 +352,6 @@ TEST(Serializer, UnknownTypesBadReferencesAndOffsetMismatches) {
     EXPECT_EQ(r.getObject(0), r.getObject(153));
     EXPECT_EQ(r.getObject(1), r.getObject(154));
     EXPECT_EQ(r.getObject(151), r.getObject(155));
-    // The protected lookups: nothing is known of a null object or a new identifier.
     struct Lookups : Serializer {
         Lookups() : Serializer(&gFactory) {}
         using Serializer::getNextOID;
@@ -364,7 +363,6 @@ TEST(Serializer, UnknownTypesBadReferencesAndOffsetMismatches) {
     EXPECT_EQ(0u, lookups.getNextOID(r.getObject(0)));
     EXPECT_EQ(0u, lookups.getOID(r.getObject(0)));
     EXPECT_EQ(NONE, lookups.getOID(nullptr));
-    // Many objects written twice: the second time all are references.
     Serializer w(&gFactory);
     w.setVersion(V2);
     std::string records, refs;
@@ -422,7 +420,6 @@ TEST(Serializer, FilesPlainAndCompressed) {
     checkGraph(r, plain);
     const std::string path = packed->getPath();
     EXPECT_EQ(path.substr(0, path.rfind('/')), r.getCurrentRootPath());
-    // A file that python compressed reads the same.
     tmaintest::writeFile(tmp.file("objs/python.tos"), pythonCompressed(tmp, plain));
     core::SmartPtr<tarso::vfs::File> python(fs->lookup("objs/python.tos"));
     ASSERT_TRUE(python);
@@ -597,7 +594,6 @@ TEST(Serializer, HostileStreamsAndLimits) {
         EXPECT_EQ(0u, m.find("Error deserializing object [tarso::core::Serializer@")) << m;
         EXPECT_NE(std::string::npos, m.find("]: OCNT/OREF")) << m;
     }
-    // Nested records, deeper than the reader allows.
     std::string deep = LE.null();
     for (int k = 0; k < 600; ++k)
         deep = LE.nodeRec(NONE, "", k, deep + LE.nulls(3));
