@@ -1,9 +1,8 @@
-#include <gtest/gtest.h>
-#include <tmain/core/Lookup3.h>
-
 #include <cstring>
+#include <gtest/gtest.h>
 #include <memory>
-#include <vector>
+#include <tmain/core/Lookup3.h>
+#include <utility>
 
 namespace {
 
@@ -25,8 +24,8 @@ TEST(Lookup3, PublishedDriverValues) {
     for (const Case& t : cases) {
         unsigned c = t.c, b = t.b;
         hashlittle2(t.key, t.length, &c, &b);
-        EXPECT_EQ(t.hashC, c) << t.key << " seeds " << t.c << "," << t.b;
-        EXPECT_EQ(t.hashB, b) << t.key << " seeds " << t.c << "," << t.b;
+        EXPECT_EQ(std::make_pair(t.hashC, t.hashB), std::make_pair(c, b))
+            << t.key << " seeds " << t.c << "," << t.b;
         if (t.b == 0) // hashlittle is hashlittle2's first word with a zero second seed
             EXPECT_EQ(t.hashC, hashlittle(t.key, t.length, t.c)) << t.key << " seed " << t.c;
     }
@@ -57,27 +56,22 @@ TEST(Lookup3, EveryLengthAndAlignment) {
     unsigned char key[25];
     for (unsigned i = 0; i < sizeof key; ++i)
         key[i] = static_cast<unsigned char>(i * 131 + 7);
-
-    for (unsigned n = 0; n <= sizeof key; ++n) {
+    for (unsigned n = 0; n <= sizeof key; ++n)
         for (unsigned offset = 0; offset < 4; ++offset) {
-            // An exact-size heap block per case, so ASan flags any read past
-            // the key's last byte.
+            // An exact-size heap block per case, so ASan flags any read past the key's end.
             std::unique_ptr<unsigned char[]> buf(new unsigned char[offset + n]);
             std::memcpy(buf.get() + offset, key, n);
             const unsigned char* at = buf.get() + offset;
-
             EXPECT_EQ(PREFIX_HASHES[n][0], hashlittle(at, n, 0x9e3779b9u)) << n << "@" << offset;
             unsigned c = 0x01234567u, b = 0x89abcdefu;
             hashlittle2(at, n, &c, &b);
-            EXPECT_EQ(PREFIX_HASHES[n][1], c) << n << "@" << offset;
-            EXPECT_EQ(PREFIX_HASHES[n][2], b) << n << "@" << offset;
-
+            EXPECT_EQ(std::make_pair(PREFIX_HASHES[n][1], PREFIX_HASHES[n][2]), std::make_pair(c, b))
+                << n << "@" << offset;
             c = 0x5eed;
             b = 0;
             hashlittle2(at, n, &c, &b);
             EXPECT_EQ(hashlittle(at, n, 0x5eed), c) << n << "@" << offset;
         }
-    }
 }
 
 } // namespace
