@@ -1,6 +1,5 @@
 #include "../support/TestSupport.h"
 #include <algorithm>
-#include <gtest/gtest.h>
 #include <numeric>
 #include <random>
 #include <thread>
@@ -121,8 +120,8 @@ TEST(Base64Test, RFC4648VectorsAndHostileInput) {
     for (const char* bad : {"Zm9v!", "Zm9", "Zm=v", "Z===", "====", "=", "Zg==Zg==", "Zg==x",
                             "Zm9v====", "Zg=", "Zm9-", "Zm9_", "\xC3\xA9\xC3\xA9"})
         EXPECT_EQ("-1", decode(bad, 64)) << bad;
-    EXPECT_EQ(-1, text::base64_decode(nullptr, nullptr, 0));
-    EXPECT_EQ(-1, text::base64_decode("Zm9v", nullptr, 3));
+    EXPECT_TRUE(text::base64_decode(nullptr, nullptr, 0) == -1 &&
+                text::base64_decode("Zm9v", nullptr, 3) == -1);
     // Random text over the alphabet, padding and whitespace never overruns.
     std::mt19937 rng(99);
     const char pool[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/=\n ";

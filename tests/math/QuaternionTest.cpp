@@ -113,9 +113,8 @@ TEST(Quaternion, DeliberateRules) {
     EXPECT_EQ(Quaternion(0, 0, 0, 2).inverse(), Quaternion(0, 0, 0, 0.5f));
     EXPECT_EQ(Quaternion(1, 0, 0, 0).inverse(), Quaternion(-1, 0, 0, 0));
     // Not the conjugate: signs stay, the scale is 1 / (w² - x²) = 1 / 0.28.
-    const Quaternion odd = Quaternion(0.6f, 0, 0, 0.8f).inverse();
-    EXPECT_NEAR(odd.x, 0.6f / 0.28f, 1e-5f);
-    EXPECT_NEAR(odd.w, 0.8f / 0.28f, 1e-5f);
+    expectNear(Quaternion(0.6f, 0, 0, 0.8f).inverse(), glm::quat(0.8f / 0.28f, 0.6f / 0.28f, 0, 0), 1e-5f,
+               "inverse");
 
     const Quaternion q(0.5f, 0.5f, 0.5f, 0.5f);
     EXPECT_EQ(Quaternion(1, 0, 0, 0).getDeltaTo(q), Quaternion(-1, 0, 0, 0) * q);
