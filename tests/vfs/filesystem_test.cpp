@@ -62,6 +62,11 @@ std::string readAll(File* f) {
     EXPECT_EQ(f->getSize(), out.size()) << f->getPath();
     return out;
 }
+void writeAll(File* f, const std::string& data, Stream::EOpenMode mode) {
+    std::unique_ptr<tarso::stream::OutputStream> out(f->getOutputStream());
+    out->open(mode | Stream::OM_WRITE | Stream::OM_BINARY);
+    out->write(data.data(), 1, (unsigned)data.size());
+}
 Paths paths(const FileList& list) {
     Paths out;
     for (File* f : list)
@@ -238,11 +243,7 @@ TEST(SimpleFileSystemTest, CreateLookupStreamsAndAsFileSystem) {
     FilePtr fresh(d.fs.create("new/deeper/f.bin", false));
     EXPECT_FALSE(d.fs.exists("new"));
     std::string bytes = tmaintest::randomBytes(9000, 7);
-    {
-        std::unique_ptr<tarso::stream::OutputStream> out(fresh->getOutputStream()); // makes the directories
-        out->open(Stream::OM_WRITE | Stream::OM_TRUNCATE | Stream::OM_BINARY);
-        out->write(bytes.data(), 1, (unsigned)bytes.size());
-    }
+    writeAll(fresh, bytes, Stream::OM_TRUNCATE); // the output stream makes the directories
     EXPECT_BYTES(bytes, readFile(d.at("new/deeper/f.bin")));
     EXPECT_EQ(9000u, fresh->getSize());
 
@@ -422,10 +423,7 @@ TEST(FileWrapperTest, ForwardsAndReportsDestruction) {
     {
         FilePtr w(new FileWrapper(inner.get(), 2, cb));
         EXPECT_TRUE(w->exists() && !w->isContainer() && readAll(w) == "wrapped");
-        std::unique_ptr<tarso::stream::OutputStream> out(w->getOutputStream());
-        out->open(Stream::OM_WRITE | Stream::OM_APPEND | Stream::OM_BINARY);
-        out->write("+", 1, 1);
-        out.reset();
+        writeAll(w, "+", Stream::OM_APPEND);
         EXPECT_EQ("wrapped+", readFile(path));
         EXPECT_TRUE(w->setLastModified(1300000000) && w->setLastAccessed(1300000100));
         EXPECT_EQ(std::make_tuple(1300000000LL, 1300000100LL, inner->getCreated()),
