@@ -75,9 +75,8 @@ TEST(Exceptions, FormatTruncateCloneAndRethrowOnAnotherThread) {
     EXPECT_TRUE(e.instanceOf(core::Exception::TYPE) && !e.instanceOf(core::IllegalStateException::TYPE));
 
     // The message buffer is the format's length plus 1024 bytes.
-    std::string big(5000, 'a');
-    core::Exception t("%s", big.c_str());
-    EXPECT_EQ(strlen("%s") + 1023, strlen(t.getMessage()));
+    EXPECT_EQ(strlen("%s") + 1023,
+              strlen(core::Exception("%s", std::string(5000, 'a').c_str()).getMessage()));
 
     core::IllegalStateException inner("inner");
     core::IllegalArgumentException outer("outer %d", &inner, 7);

@@ -175,9 +175,8 @@ TEST(StreamContract, ExceptionsKeepTypeAndMessages) {
     EXPECT_FALSE(StreamAbortedException("x").instanceOf(TimeoutException::TYPE));
 
     // A long formatted message is truncated at the format's length plus 1024.
-    std::string longArg(3000, 'z');
     EXPECT_EQ(std::strlen("long %s") + 1023,
-              std::strlen(IOException("long %s", longArg.c_str()).getMessage()));
+              std::strlen(IOException("long %s", std::string(3000, 'z').c_str()).getMessage()));
 
     IOException cause("disk %s", "gone");
     StreamAbortedException aborted("aborted", &cause);
