@@ -151,8 +151,7 @@ TEST(StreamContract, UtilsCountsAndChecks) {
     EXPECT_FALSE(Utils::read(readInts, 3, &in)) << "at the end";
 
     const void* obj = reinterpret_cast<const void*>(0x1234ABCD);
-    EXPECT_NO_THROW(Utils::checkWrite(true, obj, "f"));
-    EXPECT_NO_THROW(Utils::checkRead(true, obj, nullptr));
+    EXPECT_NO_THROW(Utils::checkWrite(true, obj, "f"); Utils::checkRead(true, obj, nullptr));
     EXPECT_MESSAGE(IOException, "Error serializing object [@1234ABCD]: name",
                    Utils::checkWrite(false, obj, "name"));
     EXPECT_MESSAGE(IOException, "Error serializing object [@      AB]",
