@@ -21,11 +21,10 @@ namespace {
 using tmaintest::onThreads;
 
 struct Counted : core::IRefCount {
-    static std::atomic<int> alive;
+    static inline std::atomic<int> alive{0};
     Counted() { ++alive; }
     ~Counted() override { --alive; }
 };
-std::atomic<int> Counted::alive{0};
 
 TEST(RefCount, CountsFromZeroAndDeletesAtZeroUnderContention) {
     Counted* c = new Counted();
@@ -233,9 +232,8 @@ class Lonely : public core::IRefCount {
     ~Lonely() override { ++destroyed; }
 
 public:
-    static int created, destroyed;
+    static inline int created = 0, destroyed = 0;
 };
-int Lonely::created = 0, Lonely::destroyed = 0;
 
 TEST(Singletons, CreatedOnceAndLeakMessageWhenStillReferenced) {
     tmaintest::ScopedLogCapture log;

@@ -99,7 +99,7 @@ public:
 // A file of the in-memory file system: its absolute path "mem://..." is not on disk.
 class MemFile : public File {
 public:
-    static std::atomic<int> sDestroyed;
+    static inline std::atomic<int> sDestroyed{0};
     MemFile(const char* path, FileSystem* owner, const std::string& data = "")
         : File(path, owner), mData(data) {}
     ~MemFile() override { ++sDestroyed; }
@@ -114,7 +114,6 @@ public:
     unsigned getSize() override { return (unsigned)mData.size(); }
     std::string mData;
 };
-std::atomic<int> MemFile::sDestroyed(0);
 
 class TestData : public LookupData {
     TMAIN_TYPE()
