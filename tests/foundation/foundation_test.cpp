@@ -21,11 +21,10 @@ namespace {
 using tmaintest::onThreads;
 
 struct Counted : core::IRefCount {
-    static std::atomic<int> alive;
+    static inline std::atomic<int> alive{0};
     Counted() { ++alive; }
     ~Counted() override { --alive; }
 };
-std::atomic<int> Counted::alive{0};
 
 TEST(RefCount, CountsFromZeroAndDeletesAtZeroUnderContention) {
     Counted* c = new Counted();
@@ -75,9 +74,8 @@ TEST(Exceptions, FormatTruncateCloneAndRethrowOnAnotherThread) {
     EXPECT_TRUE(e.instanceOf(core::Exception::TYPE) && !e.instanceOf(core::IllegalStateException::TYPE));
 
     // The message buffer is the format's length plus 1024 bytes.
-    std::string big(5000, 'a');
-    core::Exception t("%s", big.c_str());
-    EXPECT_EQ(strlen("%s") + 1023, strlen(t.getMessage()));
+    EXPECT_EQ(strlen("%s") + 1023,
+              strlen(core::Exception("%s", std::string(5000, 'a').c_str()).getMessage()));
 
     core::IllegalStateException inner("inner");
     core::IllegalArgumentException outer("outer %d", &inner, 7);
@@ -124,9 +122,8 @@ TEST(Locks, RecursiveCriticalSectionExcludesOtherThreads) {
 }
 
 TEST(Events, AutoResetReleasesOneManualResetReleasesAll) {
-    core::Event autoEv(false, true);
-    EXPECT_EQ(core::Event::WAIT_SIGNALED, autoEv.wait(0));
-    EXPECT_EQ(core::Event::WAIT_TIMEOUT, autoEv.wait(0)); // cleared by the first wait
+    core::Event autoEv(false, true); // the first wait clears it
+    EXPECT_TRUE(autoEv.wait(0) == core::Event::WAIT_SIGNALED && autoEv.wait(0) == core::Event::WAIT_TIMEOUT);
 
     core::Event manual(true, false);
     EXPECT_EQ(core::Event::WAIT_TIMEOUT, manual.wait(1));
@@ -191,14 +188,11 @@ TEST(Futures, CompleteOnceErrorsAndManyWaiters) {
     });
     EXPECT_EQ(4, seen.load());
     EXPECT_FALSE(f.complete(5) || f.hasError()); // first completion wins
-    EXPECT_EQ(77u, f.getResult());
-    EXPECT_EQ(core::Event::WAIT_SIGNALED, f.getEvent().wait(0));
+    EXPECT_TRUE(f.getResult() == 77u && f.getEvent().wait(0) == core::Event::WAIT_SIGNALED);
 
     core::Future<void> v;
-    EXPECT_TRUE(v.fail(3, "broken"));
-    EXPECT_FALSE(v.complete());
-    EXPECT_TRUE(v.wait(0) && v.hasError() && v.getErrorCode() == 3);
-    EXPECT_EQ("broken", v.getErrorMessage());
+    EXPECT_TRUE(v.fail(3, "broken") && !v.complete());
+    EXPECT_TRUE(v.wait(0) && v.hasError() && v.getErrorCode() == 3 && v.getErrorMessage() == "broken");
 
     // Many producers racing: exactly one wins.
     for (int round = 0; round < 50; ++round) {
@@ -238,9 +232,8 @@ class Lonely : public core::IRefCount {
     ~Lonely() override { ++destroyed; }
 
 public:
-    static int created, destroyed;
+    static inline int created = 0, destroyed = 0;
 };
-int Lonely::created = 0, Lonely::destroyed = 0;
 
 TEST(Singletons, CreatedOnceAndLeakMessageWhenStillReferenced) {
     tmaintest::ScopedLogCapture log;
@@ -294,16 +287,13 @@ TEST(Logger, LevelsCausesThresholdAndEnvironment) {
     // The console appender's threshold: WARN by default, TMAIN_LOG_LEVEL overrides.
     const char* saved = getenv("TMAIN_LOG_LEVEL");
     std::string savedValue = saved ? saved : "";
-    const struct {
-        const char* env;
-        logging::Level want;
-    } cases[] = {
+    const std::pair<const char*, logging::Level> cases[] = {
         {nullptr, logging::LEVEL_WARN}, {"debug", logging::LEVEL_DEBUG}, {"bogus", logging::LEVEL_WARN}};
-    for (const auto& c : cases) {
-        c.env ? setenv("TMAIN_LOG_LEVEL", c.env, 1) : unsetenv("TMAIN_LOG_LEVEL");
-        EXPECT_EQ(c.want,
+    for (auto [env, want] : cases) {
+        env ? setenv("TMAIN_LOG_LEVEL", env, 1) : unsetenv("TMAIN_LOG_LEVEL");
+        EXPECT_EQ(want,
                   core::SmartPtr<logging::ConsoleAppender>(new logging::ConsoleAppender())->getThreshold())
-            << (c.env ? c.env : "unset");
+            << (env ? env : "unset");
     }
     saved ? setenv("TMAIN_LOG_LEVEL", savedValue.c_str(), 1) : unsetenv("TMAIN_LOG_LEVEL");
 

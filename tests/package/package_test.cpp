@@ -2,7 +2,6 @@
 // consumer project built against it with find_package(tmain) and with
 // pkg-config, and every public header reachable from tmain/tmain.h.
 #include "../support/TestSupport.h"
-#include <gtest/gtest.h>
 #include <sstream>
 
 namespace {
@@ -24,12 +23,9 @@ int main() {
 }
 )cpp";
 
-std::string quote(const std::string& s) {
-    return "'" + s + "'";
-}
-
 TEST(Package, InstallsAndBuildsAConsumer) {
     TMAIN_REQUIRE_TOOL("cmake");
+    auto quote = [](const std::string& s) { return "'" + s + "'"; };
     using tmaintest::outputOf;
     tmaintest::TempDir dir;
     const std::string prefix = dir.file("prefix"), src = dir.file("consumer"), flags = TMAIN_SANITIZE_FLAGS;

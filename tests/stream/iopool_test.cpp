@@ -2,8 +2,7 @@
 // tasks, result codes, and load from several caller threads.
 #include "../support/TestSupport.h"
 #include <deque>
-#include <gtest/gtest.h>
-#include <memory>
+#include <functional>
 #include <thread>
 #include <tmain/foundation/Thread.h>
 #include <tmain/stream/ByteInputStream.h>
@@ -17,7 +16,7 @@ using namespace tarso::stream;
 namespace {
 
 // Serves `chunk` bytes per call from a string; records the worker's thread;
-// throws on demand (fail 1-4: read, 5-7: open).
+// runs `failOpen` / `failRead` (which throw) when set.
 class ScriptedStream : public ByteInputStream {
 public:
     ScriptedStream(const std::string& data, unsigned chunk)
@@ -25,32 +24,23 @@ public:
     using InputStream::read;
     void open(EOpenMode) override {
         threadName = core::Thread::getCurrentThreadName();
-        if (fail == 5)
-            throw IOException("cannot open");
-        if (fail == 6)
-            throw core::IllegalStateException("odd state");
-        if (fail == 7)
-            throw 42;
+        if (failOpen)
+            failOpen();
         opened = true;
     }
     bool isOpen() const override { return opened; }
     unsigned read(void* buffer, unsigned size, unsigned count) override {
         threadId = std::this_thread::get_id();
         ++calls;
-        if (fail == 1)
-            throw ReadTimeoutException(nullptr);
-        if (fail == 2)
-            throw StreamAbortedException("aborted by %s", "user");
-        if (fail == 3)
-            throw core::IllegalArgumentException("bad %d", 7);
-        if (fail == 4)
-            throw 42;
+        if (failRead)
+            failRead();
         return ByteInputStream::read(buffer, 1, std::min(size * count, mChunk));
     }
 
     std::thread::id threadId;
     std::string threadName;
-    int calls = 0, fail = 0;
+    std::function<void()> failOpen, failRead;
+    int calls = 0;
     bool opened = false;
 
 private:
@@ -99,28 +89,32 @@ TEST(StreamIOPool, ConfigureRoundRobinAndTaskRules) {
 
 TEST(StreamIOPool, FailuresBecomeResultCodes) {
     struct Case {
-        int kind;
+        bool open;
+        void (*fail)();
         int code;
         const char* message;
-    } cases[] = {{1, StreamIOPool::RD_TIMEOUT_ERROR, "read-timeout"},
-                 {2, StreamIOPool::RD_STREAMABORTED_ERROR, "aborted by user"},
-                 {3, StreamIOPool::RD_UNKNOWN_ERROR, "bad 7"},
-                 {4, 0, "StreamIOPool: unknown error reading stream"},
-                 {5, StreamIOPool::OPEN_IO_ERROR, "cannot open"},
-                 {6, StreamIOPool::OPEN_UNKNOWN_ERROR, "odd state"},
-                 {7, 0, "unknown error opening stream"}};
+    } cases[] = {
+        {false, [] { throw ReadTimeoutException(nullptr); }, StreamIOPool::RD_TIMEOUT_ERROR, "read-timeout"},
+        {false, [] { throw StreamAbortedException("aborted by %s", "user"); },
+         StreamIOPool::RD_STREAMABORTED_ERROR, "aborted by user"},
+        {false, [] { throw core::IllegalArgumentException("bad %d", 7); }, StreamIOPool::RD_UNKNOWN_ERROR,
+         "bad 7"},
+        {false, [] { throw 42; }, 0, "StreamIOPool: unknown error reading stream"},
+        {true, [] { throw IOException("cannot open"); }, StreamIOPool::OPEN_IO_ERROR, "cannot open"},
+        {true, [] { throw core::IllegalStateException("odd state"); }, StreamIOPool::OPEN_UNKNOWN_ERROR,
+         "odd state"},
+        {true, [] { throw 42; }, 0, "unknown error opening stream"}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.message);
+        ScriptedStream s("abc", 1);
+        char b[3];
+        (c.open ? s.failOpen : s.failRead) = c.fail;
         auto check = [&c](auto f) {
-            ASSERT_TRUE(f.wait());
-            EXPECT_TRUE(f.hasError());
+            ASSERT_TRUE(f.wait() && f.hasError());
             EXPECT_EQ(c.code, f.getErrorCode());
             EXPECT_EQ(c.message, f.getErrorMessage());
         };
-        ScriptedStream s("abc", 1);
-        s.fail = c.kind;
-        char b[3];
-        if (c.kind >= 5)
+        if (c.open)
             check(s.openAsync(Stream::OM_READ));
         else
             check(s.readAsync(b, 1, 3));

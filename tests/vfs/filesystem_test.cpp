@@ -62,6 +62,11 @@ std::string readAll(File* f) {
     EXPECT_EQ(f->getSize(), out.size()) << f->getPath();
     return out;
 }
+void writeAll(File* f, const std::string& data, Stream::EOpenMode mode) {
+    std::unique_ptr<tarso::stream::OutputStream> out(f->getOutputStream());
+    out->open(mode | Stream::OM_WRITE | Stream::OM_BINARY);
+    out->write(data.data(), 1, (unsigned)data.size());
+}
 Paths paths(const FileList& list) {
     Paths out;
     for (File* f : list)
@@ -94,7 +99,7 @@ public:
 // A file of the in-memory file system: its absolute path "mem://..." is not on disk.
 class MemFile : public File {
 public:
-    static std::atomic<int> sDestroyed;
+    static inline std::atomic<int> sDestroyed{0};
     MemFile(const char* path, FileSystem* owner, const std::string& data = "")
         : File(path, owner), mData(data) {}
     ~MemFile() override { ++sDestroyed; }
@@ -109,7 +114,6 @@ public:
     unsigned getSize() override { return (unsigned)mData.size(); }
     std::string mData;
 };
-std::atomic<int> MemFile::sDestroyed(0);
 
 class TestData : public LookupData {
     TMAIN_TYPE()
@@ -196,12 +200,10 @@ TEST(SimpleFileSystemTest, RootsPathsAndBaseDefaults) {
         EXPECT_STREQ(r[1], fs.getRootPath());
     }
     fs.setRootPath("/root");
-    EXPECT_EQ("/root/a", fs.getAbsolutePath("a"));
-    EXPECT_EQ("/root/a", fs.getAbsolutePath("/a"));
-    EXPECT_EQ("/root\\a", fs.getAbsolutePath("\\a"));
-    EXPECT_EQ("/root", fs.getAbsolutePath(nullptr));
-    EXPECT_EQ("/a/b", fs.getRelativePath("/root/a/b"));
-    EXPECT_EQ("/other/a", fs.getRelativePath("/other/a"));
+    EXPECT_EQ((std::vector<std::string>{"/root/a", "/root/a", "/root\\a", "/root", "/a/b", "/other/a"}),
+              (std::vector<std::string>{fs.getAbsolutePath("a"), fs.getAbsolutePath("/a"),
+                                        fs.getAbsolutePath("\\a"), fs.getAbsolutePath(nullptr),
+                                        fs.getRelativePath("/root/a/b"), fs.getRelativePath("/other/a")}));
     EXPECT_STREQ("/root/d/e/name.txt", FilePtr(fs.create("d/e/name.txt", true))->getAbsolutePath());
 
     MemFS mem; // what the base classes do on their own
@@ -240,11 +242,7 @@ TEST(SimpleFileSystemTest, CreateLookupStreamsAndAsFileSystem) {
     FilePtr fresh(d.fs.create("new/deeper/f.bin", false));
     EXPECT_FALSE(d.fs.exists("new"));
     std::string bytes = tmaintest::randomBytes(9000, 7);
-    {
-        std::unique_ptr<tarso::stream::OutputStream> out(fresh->getOutputStream()); // makes the directories
-        out->open(Stream::OM_WRITE | Stream::OM_TRUNCATE | Stream::OM_BINARY);
-        out->write(bytes.data(), 1, (unsigned)bytes.size());
-    }
+    writeAll(fresh, bytes, Stream::OM_TRUNCATE); // the output stream makes the directories
     EXPECT_BYTES(bytes, readFile(d.at("new/deeper/f.bin")));
     EXPECT_EQ(9000u, fresh->getSize());
 
@@ -380,8 +378,7 @@ TEST(FileListTest, OwnershipContainsAndMerge) {
             owning.add(*name ? new MemFile(name, &mem) : nullptr);
         FileList copy(owning); // shares the files
         owning.clear();
-        EXPECT_EQ(0, MemFile::sDestroyed.load());
-        EXPECT_EQ(3u, copy.size());
+        EXPECT_TRUE(MemFile::sDestroyed == 0 && copy.size() == 3u);
     }
     EXPECT_EQ(2, MemFile::sDestroyed.load());
 
@@ -424,22 +421,16 @@ TEST(FileWrapperTest, ForwardsAndReportsDestruction) {
     FilePtr inner(d.fs.lookup("dir/w.txt"));
     {
         FilePtr w(new FileWrapper(inner.get(), 2, cb));
-        EXPECT_TRUE(w->exists() && !w->isContainer());
-        EXPECT_EQ("wrapped", readAll(w));
-        std::unique_ptr<tarso::stream::OutputStream> out(w->getOutputStream());
-        out->open(Stream::OM_WRITE | Stream::OM_APPEND | Stream::OM_BINARY);
-        out->write("+", 1, 1);
-        out.reset();
+        EXPECT_TRUE(w->exists() && !w->isContainer() && readAll(w) == "wrapped");
+        writeAll(w, "+", Stream::OM_APPEND);
         EXPECT_EQ("wrapped+", readFile(path));
         EXPECT_TRUE(w->setLastModified(1300000000) && w->setLastAccessed(1300000100));
-        EXPECT_EQ(1300000000, w->getLastModified());
-        EXPECT_EQ(1300000100, w->getLastAccessed());
-        EXPECT_EQ(inner->getCreated(), w->getCreated());
+        EXPECT_EQ(std::make_tuple(1300000000LL, 1300000100LL, inner->getCreated()),
+                  std::make_tuple(w->getLastModified(), w->getLastAccessed(), w->getCreated()));
         EXPECT_THROW(w->asFileSystem(), core::IllegalArgumentException);
         EXPECT_EQ(0, calls);
     }
-    EXPECT_EQ(1, calls);
-    EXPECT_EQ(inner.get(), seen);
+    EXPECT_TRUE(calls == 1 && seen == inner.get());
     {
         FilePtr w(new FileWrapper(FilePtr(d.fs.lookup("dir")).get(), 1, cb)); // without bit 2: silent
         EXPECT_TRUE(w->isContainer());
@@ -454,9 +445,8 @@ TEST(FileWrapperTest, ForwardsAndReportsDestruction) {
     MemFS mem;
     MemFile::sDestroyed = 0;
     FilePtr(new FileWrapper(new MemFile("m", &mem), 2, cb)); // the wrapper is the file's only owner
-    EXPECT_EQ(2, calls);
-    EXPECT_EQ(0, destroyedAtCall); // the wrapped file is still alive during the call
-    EXPECT_EQ(1, MemFile::sDestroyed.load());
+    // Called once, while the wrapped file is still alive.
+    EXPECT_EQ(std::make_tuple(2, 0, 1), std::make_tuple(calls, destroyedAtCall, MemFile::sDestroyed.load()));
 }
 
 TEST(TemporaryFileSystemTest, RootAndLocalCopies) {
@@ -480,12 +470,11 @@ TEST(TemporaryFileSystemTest, RootAndLocalCopies) {
     const char* local = remote->getLocalPath(); // the library's own use of the singleton
     EXPECT_EQ(tmp.path() + "/TARSO/pack/data.bin", local);
     EXPECT_EQ(1500000000, statOf(local).st_mtime);
-    EXPECT_EQ(1500000100, statOf(local).st_atime);
+    EXPECT_EQ(1500000100, statOf(local).st_atime); // before the read below
     EXPECT_EQ("remote bytes", readFile(local));
     put(local, "changed");
-    EXPECT_EQ(local, remote->getLocalPath()); // cached: no second copy
-    EXPECT_EQ("changed", readFile(local));
-    FilePtr(new MemFile("pack/data.bin", &mem, "fresh"))->getLocalPath(); // a new handle copies again
+    EXPECT_TRUE(local == remote->getLocalPath() && readFile(local) == "changed"); // cached: no second copy
+    FilePtr(new MemFile("pack/data.bin", &mem, "fresh"))->getLocalPath();         // a new handle copies again
     EXPECT_EQ("fresh", readFile(local));
 
     Disk d;
