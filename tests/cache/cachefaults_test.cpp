@@ -243,6 +243,30 @@ TEST_F(CacheFixture, FullTmpfsNeverCorruptsTheCache) {
     EXPECT_EQ(0, rc);
 }
 
+TEST_F(CacheFixture, CrashMidTransferResumesFromTheSavedMap) {
+    addSource("c.bin", 5 << 20, 31);
+    const std::string want = content["c.bin"];
+    cache = nullptr;
+    const unsigned read = (7 << 20) / 2; // 3.5 MiB, then the process dies without any clean-up
+    ASSERT_EQ(0, inChild([&]() -> int {
+                  ::core::SmartPtr<vfs::CacheFileSystem> c(
+                      new vfs::CacheFileSystem(cacheRoot.c_str(), source.get()));
+                  ::core::SmartPtr<vfs::File> f(c->lookup("c.bin"));
+                  std::unique_ptr<stream::InputStream> in(f->getInputStream());
+                  in->open(stream::Stream::OM_READ);
+                  std::string got(read, '\0');
+                  for (unsigned off = 0; off < read; off += 65536)
+                      CHILD_CHECK(in->read(&got[off], 1, 65536) == 65536);
+                  CHILD_CHECK(got == want.substr(0, read));
+                  _exit(0);
+              }));
+    makeCache();
+    EXPECT_EQ(want, readAll("c.bin"));
+    // Saved after each MiB stored: the first 3 MiB survive, the rest is fetched again.
+    EXPECT_EQ(2u << 20, source->fetched.load());
+    EXPECT_EQ(1u, source->maxFetches("c.bin"));
+}
+
 TEST_F(CacheFixture, UnknownSizeConcurrentLookupsNeverShort) {
     addSource("u.bin", 4 << 20, 26);
     source->unknownSize = true;

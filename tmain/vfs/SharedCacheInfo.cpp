@@ -21,7 +21,7 @@ SharedCacheInfo::SharedCacheInfo(File* dataFile, unsigned size, __int64 lastModi
                                  ::core::CriticalSection* cs, unsigned bufferSize)
     : mBufferStart(0), mBufferLength(0), mSize(size), mLastModified(lastModified), mOwner(owner), mCS(cs),
       mDataPath(dataFile->getPath()), mBuffer(bufferSize ? bufferSize : 4096), mCompleted(false),
-      mMapDirty(false), mUsers(0) {
+      mMapDirty(false), mUnsavedBytes(0), mUsers(0) {
     try {
         size_t cut = mDataPath.find(".tcache");
         mCompletedPath =
@@ -153,6 +153,17 @@ void SharedCacheInfo::storeFetched(unsigned position, const void* buffer, unsign
             mOS->flush();
             mMap.addEntry(position, length);
             mMapDirty = true;
+            mUnsavedBytes += length;
+            if (mUnsavedBytes >= MAP_SAVE_INTERVAL && mMap.getCachedSize() != mSize) {
+                // A process that dies mid-transfer loses at most this much:
+                // the map on disk never lags further behind the data.
+                try {
+                    saveMap();
+                } catch (const ::core::Exception& e) {
+                    Logger::mROOT_LOGGER.warn("SharedCacheInfo: unable to save cache map of '%s'", &e,
+                                              mDataPath.c_str());
+                }
+            }
             return;
         }
         Logger::mROOT_LOGGER.warn("SharedCacheInfo: short write of %u bytes at %u to '%s'", length, position,
@@ -207,6 +218,7 @@ void SharedCacheInfo::saveMap() {
         throw;
     }
     mMapDirty = false;
+    mUnsavedBytes = 0;
 }
 
 bool SharedCacheInfo::checkFileCompleted() {

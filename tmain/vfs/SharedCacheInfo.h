@@ -23,6 +23,10 @@ class CacheFileSystem;
 /// completion of the path.
 class TMAIN_API SharedCacheInfo : public ::core::IRefCount {
 public:
+    /// The map is saved whenever this many bytes were stored since its last
+    /// save, so a crash loses at most this much of a transfer.
+    static constexpr unsigned MAP_SAVE_INTERVAL = 1u << 20;
+
     /// Opens (creating when needed) the data file, pre-sizes it and loads
     /// its map. Takes ownership of `cs` once constructed; when the data file
     /// cannot be made (IOException), `cs` stays the caller's.
@@ -95,6 +99,7 @@ private:
     std::vector<unsigned char> mBuffer;
     bool mCompleted;
     bool mMapDirty;
+    unsigned mUnsavedBytes; ///< bytes stored since the map was last saved
     unsigned mUsers;
 };
 
