@@ -244,10 +244,10 @@ TEST_F(CacheFixture, FullTmpfsNeverCorruptsTheCache) {
 }
 
 TEST_F(CacheFixture, CrashMidTransferResumesFromTheSavedMap) {
-    addSource("c.bin", 5 << 20, 31);
+    addSource("c.bin", 10 << 20, 31);
     const std::string want = content["c.bin"];
     cache = nullptr;
-    const unsigned read = (7 << 20) / 2; // 3.5 MiB, then the process dies without any clean-up
+    const unsigned read = (19 << 20) / 2; // 9.5 MiB, then the process dies without any clean-up
     ASSERT_EQ(0, inChild([&]() -> int {
                   ::core::SmartPtr<vfs::CacheFileSystem> c(
                       new vfs::CacheFileSystem(cacheRoot.c_str(), source.get()));
@@ -262,7 +262,7 @@ TEST_F(CacheFixture, CrashMidTransferResumesFromTheSavedMap) {
               }));
     makeCache();
     EXPECT_EQ(want, readAll("c.bin"));
-    // Saved after each MiB stored: the first 3 MiB survive, the rest is fetched again.
+    // Saved after each 4 MiB stored: the first 8 MiB survive, the rest is fetched again.
     EXPECT_EQ(2u << 20, source->fetched.load());
     EXPECT_EQ(1u, source->maxFetches("c.bin"));
 }

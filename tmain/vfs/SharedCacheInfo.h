@@ -25,7 +25,7 @@ class TMAIN_API SharedCacheInfo : public ::core::IRefCount {
 public:
     /// The map is saved whenever this many bytes were stored since its last
     /// save, so a crash loses at most this much of a transfer.
-    static constexpr unsigned MAP_SAVE_INTERVAL = 1u << 20;
+    static constexpr unsigned MAP_SAVE_INTERVAL = 4u << 20;
 
     /// Opens (creating when needed) the data file, pre-sizes it and loads
     /// its map. Takes ownership of `cs` once constructed; when the data file
