@@ -194,8 +194,8 @@ void SharedCacheInfo::reopenDataStream() {
 void SharedCacheInfo::saveMap() {
     // A new map is written beside the old one and replaces it only once it
     // is complete: a failed save leaves the previous map (or, if the process
-    // dies between the two steps, none), never a truncated one.
-    mOS->flush();
+    // dies between the two steps, none), never a truncated one. The data it
+    // claims is with the system already: every store is flushed.
     std::string mapAbs = mMapFile->getAbsolutePath();
     std::string tmpAbs = mapAbs + ".tmp";
     try {
