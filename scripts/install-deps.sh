@@ -11,6 +11,7 @@ PACKAGES=(
   clang libclang-rt-14-dev llvm
   libglm-dev libcereal-dev libboost-serialization-dev
   gzip pigz zip unzip python3 coreutils
+  nginx-light squid curl gss-ntlmssp libkrb5-dev
 )
 
 missing=()
