@@ -164,6 +164,25 @@ TEST(StreamSockets, ReadAllAndWriteAll) {
     EXPECT_EQ("abcd", std::string(buf, 4));
     EXPECT_MESSAGE(IOException, "Socket::readAll:10 bytes could not be written",
                    c.client->readAll(buf, 10, 1));
+
+    // A peer that does not read: writeAll gives up after one wait of the read
+    // timeout. What got through is counted at the peer after an orderly close.
+    Connection full(30, 1000, 4096);
+    int small = 4096;
+    setsockopt((int)full.client->getNativeSocket(), SOL_SOCKET, SO_SNDBUF, &small, sizeof(small));
+    full.client->setNonBlocking(true);
+    std::string big(4 << 20, 'w');
+    std::string message =
+        tmaintest::messageOf<IOException>([&] { full.client->writeAll(big.data(), (int)big.size(), 1); });
+    full.client->disconnect(false);
+    long long arrived = 0;
+    char piece[65536];
+    EXPECT_THROW(for (;;) arrived += full.peer->getInputStream()->read(piece, 1, sizeof(piece)),
+                 SocketClosedException);
+    ASSERT_GT(arrived, 0);
+    EXPECT_EQ("Socket::writeAll:" + std::to_string((long long)big.size() - 2 * arrived) +
+                  " bytes could not be written",
+              message);
 }
 
 TEST(StreamSockets, ConnectFailures) {
@@ -171,6 +190,7 @@ TEST(StreamSockets, ConnectFailures) {
     std::string expected =
         "StreamSocket::connect:timeout for address 127.0.0.1:" + std::to_string(port) + " (700ms)";
     EXPECT_MESSAGE(TimeoutException, expected, ClientSocket("127.0.0.1", port, 700, 100, 100));
+    EXPECT_EQ(0, Socket::INSTANCES.load()) << "a failed constructor counts itself out";
     TestClient client(nullptr, 0, 700);
     EXPECT_FALSE(client.isConnected());
     EXPECT_MESSAGE(TimeoutException, expected, client.connect("127.0.0.1", port, true));

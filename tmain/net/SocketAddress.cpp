@@ -21,7 +21,7 @@ SocketAddress::SocketAddress(const SocketAddress& other) {
     copyFrom(other);
 }
 
-SocketAddress::SocketAddress(SocketAddress&& other) noexcept {
+SocketAddress::SocketAddress(SocketAddress&& other) {
     copyFrom(other);
 }
 
@@ -31,7 +31,7 @@ SocketAddress& SocketAddress::operator=(const SocketAddress& other) {
     return *this;
 }
 
-SocketAddress& SocketAddress::operator=(SocketAddress&& other) noexcept {
+SocketAddress& SocketAddress::operator=(SocketAddress&& other) {
     if (this != &other)
         copyFrom(other);
     return *this;

@@ -18,9 +18,10 @@ public:
     /// Unresolved; a null host is the empty string.
     SocketAddress(const char* host, unsigned port);
     SocketAddress(const SocketAddress& other);
-    SocketAddress(SocketAddress&& other) noexcept;
+    /// Copies, as the copy constructor (the source keeps its values).
+    SocketAddress(SocketAddress&& other);
     SocketAddress& operator=(const SocketAddress& other);
-    SocketAddress& operator=(SocketAddress&& other) noexcept;
+    SocketAddress& operator=(SocketAddress&& other);
 
     /// Stores the port, then setHost(host).
     void set(const char* host, unsigned short port);
