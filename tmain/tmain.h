@@ -37,6 +37,16 @@
 #include <tmain/math/Vector2.h>
 #include <tmain/math/Vector3.h>
 #include <tmain/math/Vector4.h>
+#include <tmain/net/ClientSocket.h>
+#include <tmain/net/DatagramSocket.h>
+#include <tmain/net/ServerSocket.h>
+#include <tmain/net/Socket.h>
+#include <tmain/net/SocketAddress.h>
+#include <tmain/net/SocketClosedException.h>
+#include <tmain/net/SocketInputStream.h>
+#include <tmain/net/SocketOutputStream.h>
+#include <tmain/net/StreamSocket.h>
+#include <tmain/net/TransportProtocol.h>
 #include <tmain/platform/FileOperations.h>
 #include <tmain/platform/Platform.h>
 #include <tmain/stream/BufferedInputStream.h>
