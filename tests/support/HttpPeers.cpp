@@ -1,0 +1,277 @@
+#include "HttpPeers.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace tmaintest {
+
+int listenLoopback(unsigned short& port) {
+    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    int one = 1;
+    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof(one));
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof(a);
+    if (bind(fd, (sockaddr*)&a, sizeof(a)) != 0 || listen(fd, 128) != 0 ||
+        getsockname(fd, (sockaddr*)&a, &len) != 0)
+        throw std::runtime_error(std::string("loopback listen failed: ") + strerror(errno));
+    port = ntohs(a.sin_port);
+    return fd;
+}
+
+namespace {
+
+/// Starts argv with the given environment additions; `keepFd` stays open in
+/// the child (the inherited listening socket), `errPipe` receives stderr.
+int spawn(const std::vector<std::string>& argv, const std::vector<std::string>& env, int keepFd, int errFd) {
+    pid_t pid = fork();
+    if (pid != 0)
+        return pid;
+    if (keepFd >= 0)
+        fcntl(keepFd, F_SETFD, 0);
+    if (errFd >= 0)
+        dup2(errFd, 2);
+    int devnull = open("/dev/null", O_RDWR);
+    dup2(devnull, 0);
+    dup2(devnull, 1);
+    for (auto& e : env)
+        putenv(strdup(e.c_str()));
+    std::vector<char*> args;
+    for (auto& a : argv)
+        args.push_back(const_cast<char*>(a.c_str()));
+    args.push_back(nullptr);
+    execvp(args[0], args.data());
+    _exit(127);
+}
+
+void stop(int& pid) {
+    if (pid <= 0)
+        return;
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+    pid = -1;
+}
+
+std::string which(const char* tool) {
+    std::string out;
+    run(std::string("command -v ") + tool, &out);
+    while (!out.empty() && (out.back() == '\n' || out.back() == '\r'))
+        out.pop_back();
+    return out;
+}
+
+} // namespace
+
+Nginx::Nginx(const std::string& root, const std::string& extra) {
+    std::string nginx = which("nginx");
+    if (nginx.empty())
+        return;
+    int fd = listenLoopback(mPort);
+    const std::string& d = mDir.path();
+    // The worker runs as root only when the tests do, so that it can read
+    // the test's private directories.
+    std::string user = geteuid() == 0 ? "user root root;\n" : "";
+    writeFile(d + "/nginx.conf",
+              user + "daemon off;\nworker_processes 1;\npid " + d + "/nginx.pid;\n" + "error_log " + d +
+                  "/error.log;\nevents { worker_connections 256; }\nhttp {\n" +
+                  "  access_log off;\n  default_type application/octet-stream;\n  client_body_temp_path " +
+                  d + ";\n  proxy_temp_path " + d + ";\n  fastcgi_temp_path " + d + ";\n  uwsgi_temp_path " +
+                  d + ";\n  scgi_temp_path " + d + ";\n  keepalive_requests 1000000;\n  sendfile on;\n" +
+                  "  server {\n    listen 127.0.0.1:" + std::to_string(mPort) + ";\n    root " + root +
+                  ";\n" + extra + "\n  }\n}\n");
+    mPid = spawn({nginx, "-p", d, "-e", d + "/error.log", "-c", d + "/nginx.conf"},
+                 {"NGINX=" + std::to_string(fd) + ";"}, fd, -1);
+    // nginx owns the socket now; it accepts what queues meanwhile.
+    close(fd);
+}
+
+Nginx::~Nginx() {
+    // The master stops its worker before it exits.
+    if (mPid > 0) {
+        kill(mPid, SIGTERM);
+        waitpid(mPid, nullptr, 0);
+    }
+}
+
+std::string Nginx::url(const std::string& path) const {
+    return "http://127.0.0.1:" + std::to_string(mPort) + path;
+}
+
+Squid::Squid() {
+    std::string squid = which("squid");
+    if (squid.empty())
+        return;
+    // squid drops to its own user: the directory must be writable for it.
+    chmod(mDir.path().c_str(), 0777);
+    int probe = listenLoopback(mPort);
+    close(probe);
+    const std::string& d = mDir.path();
+    writeFile(d + "/squid.conf",
+              "http_port 127.0.0.1:" + std::to_string(mPort) +
+                  "\nhttp_access allow all\nstrip_query_terms off\ncache deny all\ncache_mem 8 MB\n"
+                  "access_log stdio:" +
+                  d + "/access.log\ncache_log /dev/null\npid_filename none\ncoredump_dir " + d +
+                  "\nnetdb_filename none\nvisible_hostname localhost\n"
+                  "shutdown_lifetime 0 seconds\nlogfile_rotate 0\n");
+    int p[2];
+    if (pipe2(p, O_CLOEXEC) != 0)
+        return;
+    mPid = spawn({squid, "-N", "-d", "1", "-f", d + "/squid.conf"}, {}, -1, p[1]);
+    close(p[1]);
+    // Wait for the line that says the port is open (or for squid to die).
+    std::string err;
+    char buf[4096];
+    ssize_t n;
+    while (err.find("Accepting HTTP Socket connections") == std::string::npos &&
+           (n = read(p[0], buf, sizeof(buf))) > 0)
+        err.append(buf, (size_t)n);
+    if (err.find("Accepting HTTP Socket connections") == std::string::npos) {
+        fprintf(stderr, "squid did not start:\n%s\n", err.c_str());
+        stop(mPid);
+    }
+    // Keep draining squid's stderr so it never blocks on a full pipe.
+    std::thread([fd = p[0]] {
+        char b[4096];
+        while (read(fd, b, sizeof(b)) > 0) {
+        }
+        close(fd);
+    }).detach();
+}
+
+Squid::~Squid() {
+    stop(mPid);
+}
+
+std::string Squid::accessLog() const {
+    return readFile(mDir.file("access.log"));
+}
+
+std::string ScriptedConnection::readRequest() {
+    for (;;) {
+        size_t end = mPending.find("\r\n\r\n");
+        if (end != std::string::npos) {
+            std::string head = mPending.substr(0, end + 4);
+            size_t length = 0;
+            std::string lower = head;
+            for (auto& c : lower)
+                c = (char)tolower((unsigned char)c);
+            size_t cl = lower.find("\r\ncontent-length:");
+            if (cl != std::string::npos)
+                length = strtoul(head.c_str() + cl + 17, nullptr, 10);
+            while (mPending.size() < end + 4 + length) {
+                char buf[65536];
+                ssize_t n = recv(mFd, buf, sizeof(buf), 0);
+                if (n <= 0)
+                    return "";
+                mPending.append(buf, (size_t)n);
+            }
+            std::string request = mPending.substr(0, end + 4 + length);
+            mPending.erase(0, end + 4 + length);
+            ++mRequests;
+            return request;
+        }
+        char buf[65536];
+        ssize_t n = recv(mFd, buf, sizeof(buf), 0);
+        if (n <= 0)
+            return "";
+        mPending.append(buf, (size_t)n);
+    }
+}
+
+std::string ScriptedConnection::readUntilClose() {
+    std::string all = mPending;
+    mPending.clear();
+    char buf[65536];
+    ssize_t n;
+    while ((n = recv(mFd, buf, sizeof(buf), 0)) > 0)
+        all.append(buf, (size_t)n);
+    return all;
+}
+
+void ScriptedConnection::send(const std::string& bytes) {
+    size_t done = 0;
+    while (done < bytes.size()) {
+        ssize_t n = ::send(mFd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
+        if (n <= 0)
+            return; // the client went away; the handler's remaining sends are moot
+        done += (size_t)n;
+    }
+}
+
+void ScriptedConnection::shutdownWrite() {
+    shutdown(mFd, SHUT_WR);
+}
+
+ScriptedServer::ScriptedServer(Handler handler) : mHandler(std::move(handler)) {
+    mListen = listenLoopback(mPort);
+    int p[2];
+    if (pipe2(p, O_CLOEXEC) != 0)
+        throw std::runtime_error("pipe failed");
+    mWakeRead = p[0];
+    mWakeWrite = p[1];
+    mAcceptThread = std::thread([this] { acceptLoop(); });
+}
+
+void ScriptedServer::acceptLoop() {
+    for (;;) {
+        pollfd fds[2] = {{mListen, POLLIN, 0}, {mWakeRead, POLLIN, 0}};
+        if (poll(fds, 2, -1) < 0 && errno == EINTR)
+            continue;
+        if (fds[1].revents)
+            return;
+        int fd = accept4(mListen, nullptr, nullptr, SOCK_CLOEXEC);
+        if (fd < 0)
+            continue;
+        ++mAccepted;
+        std::lock_guard<std::mutex> g(mMutex);
+        mOpen.push_back(fd);
+        mWorkers.emplace_back([this, fd] {
+            ScriptedConnection c(fd);
+            mHandler(c);
+            // Closing here would race with the destructor's shutdown of the
+            // same descriptor; the destructor closes every one.
+            shutdown(fd, SHUT_RDWR);
+        });
+    }
+}
+
+ScriptedServer::~ScriptedServer() {
+    char b = 0;
+    (void)!write(mWakeWrite, &b, 1);
+    mAcceptThread.join();
+    {
+        // Handlers blocked in recv wake up with an end of stream.
+        std::lock_guard<std::mutex> g(mMutex);
+        for (int fd : mOpen)
+            shutdown(fd, SHUT_RDWR);
+    }
+    for (auto& t : mWorkers)
+        t.join();
+    for (int fd : mOpen)
+        close(fd);
+    close(mListen);
+    close(mWakeRead);
+    close(mWakeWrite);
+}
+
+std::string ScriptedServer::url(const std::string& path) const {
+    return "http://127.0.0.1:" + std::to_string(mPort) + path;
+}
+
+std::string httpResponse(const std::string& status, const std::string& body, const std::string& extra) {
+    return "HTTP/1.1 " + status + "\r\ncontent-length: " + std::to_string(body.size()) + "\r\n" + extra +
+           "\r\n" + body;
+}
+
+} // namespace tmaintest

@@ -1,0 +1,102 @@
+#pragma once
+// HTTP peers started by the tests on loopback: nginx, squid, and a scripted
+// server whose handlers write whatever bytes a test needs.
+#include "TestSupport.h"
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace tmaintest {
+
+/// A listening TCP socket on 127.0.0.1 with a port chosen by the system.
+int listenLoopback(unsigned short& port);
+
+/// nginx serving `root` on 127.0.0.1. The listening socket is made here and
+/// handed to nginx (its NGINX inheritance variable), so it accepts as soon as
+/// the constructor returns: no waiting for start-up.
+class Nginx {
+public:
+    /// `extraServerConfig` is pasted into the server block.
+    explicit Nginx(const std::string& root, const std::string& extraServerConfig = "");
+    ~Nginx();
+    unsigned short port() const { return mPort; }
+    std::string url(const std::string& path) const;
+    bool running() const { return mPid > 0; }
+
+private:
+    TempDir mDir;
+    unsigned short mPort = 0;
+    int mPid = -1;
+};
+
+/// squid as a plain forward proxy on 127.0.0.1, no cache. The constructor
+/// returns once squid reports that it accepts connections.
+class Squid {
+public:
+    Squid();
+    ~Squid();
+    unsigned short port() const { return mPort; }
+    bool running() const { return mPid > 0; }
+    /// The access log lines written so far (method, URL, status).
+    std::string accessLog() const;
+
+private:
+    TempDir mDir;
+    unsigned short mPort = 0;
+    int mPid = -1;
+};
+
+/// One accepted connection of a ScriptedServer.
+class ScriptedConnection {
+public:
+    explicit ScriptedConnection(int fd) : mFd(fd) {}
+    /// The next request head (up to and with the blank line) plus a body of
+    /// its content-length; empty when the client closed first.
+    std::string readRequest();
+    /// Reads until the client closes; returns what came.
+    std::string readUntilClose();
+    void send(const std::string& bytes);
+    /// Closes the sending direction; the client sees the end of the stream.
+    void shutdownWrite();
+    int fd() const { return mFd; }
+    /// Requests read on this connection so far.
+    int requests() const { return mRequests; }
+
+private:
+    int mFd;
+    std::string mPending;
+    int mRequests = 0;
+};
+
+/// A TCP server on 127.0.0.1 that runs `handler` on a thread of its own for
+/// every accepted connection and closes the connection when it returns.
+class ScriptedServer {
+public:
+    using Handler = std::function<void(ScriptedConnection&)>;
+    explicit ScriptedServer(Handler handler);
+    ~ScriptedServer();
+    unsigned short port() const { return mPort; }
+    std::string url(const std::string& path) const;
+    int connections() const { return mAccepted.load(); }
+
+private:
+    void acceptLoop();
+
+    Handler mHandler;
+    int mListen = -1;
+    int mWakeRead = -1, mWakeWrite = -1;
+    unsigned short mPort = 0;
+    std::atomic<int> mAccepted{0};
+    std::thread mAcceptThread;
+    std::vector<std::thread> mWorkers;
+    std::vector<int> mOpen;
+    std::mutex mMutex;
+};
+
+/// "HTTP/1.1 <status>\r\ncontent-length: N\r\n<extra>\r\n<body>"
+std::string httpResponse(const std::string& status, const std::string& body, const std::string& extra = "");
+
+} // namespace tmaintest
