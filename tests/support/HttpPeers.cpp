@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sched.h>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -139,6 +140,22 @@ Squid::Squid() {
     if (err.find("Accepting HTTP Socket connections") == std::string::npos) {
         fprintf(stderr, "squid did not start:\n%s\n", err.c_str());
         stop(mPid);
+    }
+    // squid reports the port before its acceptor calls listen(): until then a
+    // connect is refused. Try until one gets through, or squid is gone.
+    while (mPid > 0) {
+        int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in a{};
+        a.sin_family = AF_INET;
+        a.sin_port = htons(mPort);
+        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        const bool open = connect(fd, (sockaddr*)&a, sizeof(a)) == 0;
+        close(fd);
+        if (open)
+            break;
+        if (waitpid(mPid, nullptr, WNOHANG) == mPid)
+            mPid = -1;
+        sched_yield();
     }
     // Keep draining squid's stderr so it never blocks on a full pipe.
     std::thread([fd = p[0]] {

@@ -8,7 +8,7 @@ namespace http {
 /// An HTTP request: a method and a URL, with the headers and body of Sentence.
 class TMAIN_API Request : public Sentence {
 public:
-    enum Method { HEAD = 1, GET = 2, PUT = 3, POST = 4, CONNECT = 5 };
+    enum Method : int { HEAD = 1, GET = 2, PUT = 3, POST = 4, CONNECT = 5 };
 
     Request(const URL& url, Method method);
     Request(const char* url, Method method);
