@@ -24,7 +24,20 @@ class URL;
 /// connection is reused while the scheme and end point (the proxy when one is
 /// used) stay the same and the server does not ask to close. A response's
 /// body reads from the connection's stream: consume it before the next
-/// request. Used by one thread at a time.
+/// request, and never read it after the connection reconnected. Used by one
+/// thread at a time.
+///
+/// Beyond the plain protocol rules:
+/// - a header block over MAX_HEADER_BYTES, a content length or a chunk size
+///   beyond 32 bits throw HTTPException instead of being wrapped or buffered;
+/// - responses to HEAD and 1xx, 204 and 304 responses keep their content
+///   length (getContentLength) but their body reads nothing;
+/// - a redirect location that is only a path ("/next") stays on the server
+///   of the redirected request;
+/// - a kept-alive connection that turns out readable before a request (the
+///   server closed it, or a body was left unread) is replaced, and a request
+///   without a body is sent once more when the server drops the connection
+///   before any answer.
 class TMAIN_API Connection {
 public:
     enum Flags { FLAG_FOLLOW_REDIRECTS = 1, FLAG_PROXY_AUTHENTICATION = 2 };
