@@ -56,32 +56,7 @@ void DatagramSocket::ensureSocket(SocketAddress& address) {
 }
 
 void DatagramSocket::bind(const SocketAddress& address) {
-    if (isConnected())
-        throw IOException("Socket already bound");
-    std::vector<detail::AddressInfo> results;
-    int rc = detail::resolve(address.getHost(), address.getPort(), true, detail::KIND_DATAGRAM, results);
-    if (rc != 0) {
-        mLastError = rc;
-        throw IOException("DatagramSocket::bind:unable to resolve address %s:%d", address.getHost(),
-                          (int)address.getPort());
-    }
-    closeHandle();
-    for (const detail::AddressInfo& info : results) {
-        mSocket = detail::createSocket(info.family, info.socketType, info.protocol);
-        if (mSocket == INVALID_HANDLE) {
-            updateError();
-            continue;
-        }
-        if (detail::bindSocket(mSocket, info.address, info.length) != 0) {
-            updateError();
-            closeHandle();
-            continue;
-        }
-        connectedCB();
-        mConnected = true;
-        mLastError = 0;
-        return;
-    }
+    bindPassive(address, true, "DatagramSocket::bind:unable to resolve address %s:%d", nullptr);
 }
 
 void DatagramSocket::bind(const char* host, int port) {
@@ -130,21 +105,9 @@ void DatagramSocket::readAll(void* buffer, int length, SocketAddress& from, unsi
         return;
     resolveOrThrow(from, "readAll");
     char* bytes = static_cast<char*>(buffer);
-    unsigned waits = retries > 0 ? retries : 1;
-    int done = 0;
-    while (done < length) {
-        int n = read(bytes + done, length - done, from);
-        if (n > 0) {
-            done += n;
-            continue;
-        }
-        bool ready = false;
-        for (unsigned i = 0; i < waits && !ready; ++i)
-            ready = pollReadable(-1);
-        if (!ready)
-            throw IOException("DatagramSocket::readAll:%d bytes could not be written",
-                              missingCount(length, done));
-    }
+    transferAll(
+        length, retries, false, [&](int done) { return read(bytes + done, length - done, from); },
+        "DatagramSocket::readAll:%d bytes could not be written");
 }
 
 void DatagramSocket::writeAll(const void* buffer, int length, const SocketAddress& to, unsigned retries) {
@@ -152,21 +115,9 @@ void DatagramSocket::writeAll(const void* buffer, int length, const SocketAddres
         return;
     resolveOrThrow(to, "writeAll");
     const char* bytes = static_cast<const char*>(buffer);
-    unsigned waits = retries > 0 ? retries : 1;
-    int done = 0;
-    while (done < length) {
-        int n = write(bytes + done, length - done, to);
-        if (n > 0) {
-            done += n;
-            continue;
-        }
-        bool ready = false;
-        for (unsigned i = 0; i < waits && !ready; ++i)
-            ready = pollWritable(-1);
-        if (!ready)
-            throw IOException("DatagramSocket::writeAll:%d bytes could not be written",
-                              missingCount(length, done));
-    }
+    transferAll(
+        length, retries, true, [&](int done) { return write(bytes + done, length - done, to); },
+        "DatagramSocket::writeAll:%d bytes could not be written");
 }
 
 } // namespace net

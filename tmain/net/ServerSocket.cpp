@@ -12,38 +12,7 @@ ServerSocket::ServerSocket(bool nonBlocking, bool tcpNoDelay)
     : StreamSocket(2000, 2000, 2000, nonBlocking, tcpNoDelay) {}
 
 void ServerSocket::bind(SocketAddress& address) {
-    if (isConnected())
-        throw IOException("Socket already bound");
-    std::vector<detail::AddressInfo> results;
-    int rc = detail::resolve(address.getHost(), address.getPort(), true, detail::KIND_STREAM, results);
-    if (rc != 0) {
-        mLastError = rc;
-        throw IOException("ServerSocket::bind:unable to resolve address %s:%d", address.getHost(),
-                          (int)address.getPort());
-    }
-    closeHandle();
-    for (const detail::AddressInfo& info : results) {
-        mSocket = detail::createSocket(info.family, info.socketType, info.protocol);
-        if (mSocket == INVALID_HANDLE) {
-            updateError();
-            continue;
-        }
-        if (detail::bindSocket(mSocket, info.address, info.length) != 0) {
-            updateError();
-            closeHandle();
-            continue;
-        }
-        alignas(8) unsigned char bound[detail::ADDRESS_CAPACITY];
-        int length = (int)sizeof(bound);
-        if (detail::localAddress(mSocket, bound, &length) == 0)
-            address.setNativeAddress(bound, length, true);
-        else
-            address.setNativeAddress(info.address, info.length, false);
-        connectedCB();
-        mConnected = true;
-        mLastError = 0;
-        return;
-    }
+    bindPassive(address, false, "ServerSocket::bind:unable to resolve address %s:%d", &address);
 }
 
 void ServerSocket::bind(const char* host, int port) {

@@ -2,6 +2,7 @@
 #include <tmain/net/SocketClosedException.h>
 #include <tmain/net/detail/SocketNative.h>
 #include <tmain/stream/IOException.h>
+#include <vector>
 
 #include <mutex>
 
@@ -289,44 +290,75 @@ int Socket::write(const void* buffer, int length) {
     return 0;
 }
 
-void Socket::readAll(void* buffer, int length, unsigned retries) {
-    if (length < 1)
-        return;
-    char* bytes = static_cast<char*>(buffer);
-    unsigned waits = retries > 0 ? retries : 1;
+void Socket::transferAll(int length, unsigned retries, bool forWrite, const std::function<int(int)>& step,
+                         const char* failure) {
+    const unsigned waits = retries > 0 ? retries : 1;
     int done = 0;
     while (done < length) {
-        int n = read(bytes + done, length - done);
+        int n = step(done);
         if (n > 0) {
             done += n;
             continue;
         }
         bool ready = false;
         for (unsigned i = 0; i < waits && !ready; ++i)
-            ready = pollReadable(-1);
+            ready = forWrite ? pollWritable(-1) : pollReadable(-1);
         if (!ready)
-            throw IOException("Socket::readAll:%d bytes could not be written", missingCount(length, done));
+            throw IOException(failure, missingCount(length, done));
     }
 }
 
+void Socket::readAll(void* buffer, int length, unsigned retries) {
+    char* bytes = static_cast<char*>(buffer);
+    transferAll(
+        length, retries, false, [&](int done) { return read(bytes + done, length - done); },
+        "Socket::readAll:%d bytes could not be written");
+}
+
 void Socket::writeAll(const void* buffer, int length, unsigned retries) {
-    if (length < 1)
-        return;
     const char* bytes = static_cast<const char*>(buffer);
-    unsigned waits = retries > 0 ? retries : 1;
-    int done = 0;
-    while (done < length) {
-        int n = write(bytes + done, length - done);
-        if (n > 0) {
-            done += n;
+    transferAll(
+        length, retries, true, [&](int done) { return write(bytes + done, length - done); },
+        "Socket::writeAll:%d bytes could not be written");
+}
+
+bool Socket::bindPassive(const SocketAddress& address, bool datagram, const char* resolveFailure,
+                         SocketAddress* bound) {
+    if (isConnected())
+        throw IOException("Socket already bound");
+    std::vector<detail::AddressInfo> results;
+    int rc = detail::resolve(address.getHost(), address.getPort(), true,
+                             datagram ? detail::KIND_DATAGRAM : detail::KIND_STREAM, results);
+    if (rc != 0) {
+        mLastError = rc;
+        throw IOException(resolveFailure, address.getHost(), (int)address.getPort());
+    }
+    closeHandle();
+    for (const detail::AddressInfo& info : results) {
+        mSocket = detail::createSocket(info.family, info.socketType, info.protocol);
+        if (mSocket == INVALID_HANDLE) {
+            updateError();
             continue;
         }
-        bool ready = false;
-        for (unsigned i = 0; i < waits && !ready; ++i)
-            ready = pollWritable(-1);
-        if (!ready)
-            throw IOException("Socket::writeAll:%d bytes could not be written", missingCount(length, done));
+        if (detail::bindSocket(mSocket, info.address, info.length) != 0) {
+            updateError();
+            closeHandle();
+            continue;
+        }
+        if (bound) {
+            alignas(8) unsigned char local[detail::ADDRESS_CAPACITY];
+            int localLength = (int)sizeof(local);
+            if (detail::localAddress(mSocket, local, &localLength) == 0)
+                bound->setNativeAddress(local, localLength, true);
+            else
+                bound->setNativeAddress(info.address, info.length, false);
+        }
+        connectedCB();
+        mConnected = true;
+        mLastError = 0;
+        return true;
     }
+    return false;
 }
 
 bool Socket::waitOne(bool forWrite, TimeSplit timeout) const {

@@ -1,5 +1,6 @@
 #pragma once
 #include <atomic>
+#include <functional>
 #include <tmain/Export.h>
 #include <tmain/net/SocketAddress.h>
 #include <tmain/net/TransportProtocol.h>
@@ -184,6 +185,18 @@ protected:
     void readAll(void* buffer, int length, unsigned retries);
     /// Writes exactly length bytes, as readAll.
     void writeAll(const void* buffer, int length, unsigned retries);
+    /// The loop of every readAll/writeAll: `step(done)` moves bytes from
+    /// offset `done` on (0 when it would block); after max(retries, 1) failed
+    /// waits for readiness throws IOException `failure` with missingCount.
+    void transferAll(int length, unsigned retries, bool forWrite, const std::function<int(int done)>& step,
+                     const char* failure);
+    /// Resolves the address passively for a stream (or datagram) socket and
+    /// binds the first result that binds, which then counts as connected;
+    /// `resolveFailure` (host, port) is thrown when resolution fails. False
+    /// when no result could be bound. `bound`, when given, receives the local
+    /// address.
+    bool bindPassive(const SocketAddress& address, bool datagram, const char* resolveFailure,
+                     SocketAddress* bound);
 
     /// Throws for the socket's last error (nothing when it is 0).
     static void throwException(Socket* socket, Operation op);
