@@ -86,7 +86,10 @@ Nginx::Nginx(const std::string& root, const std::string& extra) {
     writeFile(d + "/nginx.conf",
               user + "daemon off;\nworker_processes 1;\npid " + d + "/nginx.pid;\n" + "error_log " + d +
                   "/error.log;\nevents { worker_connections 256; }\nhttp {\n" +
-                  "  access_log off;\n  default_type application/octet-stream;\n  client_body_temp_path " +
+                  "  log_format ranges '$request_method $uri \"$http_range\" $status $body_bytes_sent';\n  "
+                  "access_log " +
+                  d +
+                  "/access.log ranges;\n  default_type application/octet-stream;\n  client_body_temp_path " +
                   d + ";\n  proxy_temp_path " + d + ";\n  fastcgi_temp_path " + d + ";\n  uwsgi_temp_path " +
                   d + ";\n  scgi_temp_path " + d + ";\n  keepalive_requests 1000000;\n  sendfile on;\n" +
                   "  server {\n    listen 127.0.0.1:" + std::to_string(mPort) + ";\n    root " + root +
@@ -103,6 +106,10 @@ Nginx::~Nginx() {
         kill(mPid, SIGTERM);
         waitpid(mPid, nullptr, 0);
     }
+}
+
+std::string Nginx::accessLog() const {
+    return readFile(mDir.file("access.log"));
 }
 
 std::string Nginx::url(const std::string& path) const {

@@ -25,6 +25,10 @@ public:
     unsigned short port() const { return mPort; }
     std::string url(const std::string& path) const;
     bool running() const { return mPid > 0; }
+    /// One line per request: method, URI, "range header", status, body bytes
+    /// sent. The single worker writes a line as its request ends, before it
+    /// serves anything else: a line is there once a later response arrived.
+    std::string accessLog() const;
 
 private:
     TempDir mDir;
