@@ -4,16 +4,13 @@
 //   same URLs (globbed, so curl reuses its connection too).
 // Runs alternate (ours, curl, ours, curl, ...); medians are compared.
 // Usage: bench_http [size-MiB] [requests]   (defaults 256 and 10000)
+#include "BenchNginx.h"
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
 #include <memory>
-#include <netinet/in.h>
-#include <signal.h>
 #include <string>
-#include <sys/socket.h>
 #include <tmain/http/Body.h>
 #include <tmain/http/Connection.h>
 #include <tmain/http/ProxyResolver.h>
@@ -25,28 +22,6 @@ using namespace tarso::http;
 using Clock = std::chrono::steady_clock;
 
 namespace {
-
-std::string gDir;
-
-int sh(const std::string& cmd) {
-    return system(cmd.c_str());
-}
-
-unsigned short freePort() {
-    int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof(a);
-    bind(fd, (sockaddr*)&a, sizeof(a));
-    getsockname(fd, (sockaddr*)&a, &len);
-    close(fd);
-    return ntohs(a.sin_port);
-}
-
-void stopNginx() {
-    sh("kill $(cat " + gDir + "/nginx.pid) 2>/dev/null; rm -rf " + gDir);
-}
 
 double median(std::vector<double> v) {
     std::sort(v.begin(), v.end());
@@ -80,29 +55,20 @@ int main(int argc, char** argv) {
     const unsigned mib = argc > 1 ? (unsigned)atoi(argv[1]) : 256;
     const unsigned requests = argc > 2 ? (unsigned)atoi(argv[2]) : 10000;
     const int reps = 5;
-    char tmpl[] = "/tmp/bench-http-XXXXXX";
-    gDir = mkdtemp(tmpl);
-    const unsigned short port = freePort();
-    const std::string base = "http://127.0.0.1:" + std::to_string(port);
-    if (sh("head -c " + std::to_string(mib) + "M /dev/urandom > " + gDir +
-           "/big.bin && head -c 1024 /dev/urandom > " + gDir + "/k.bin") != 0)
+    BenchNginx nginx;
+    const std::string base = nginx.url("");
+    if (system(("head -c " + std::to_string(mib) + "M /dev/urandom > " + nginx.www() +
+                "/big.bin && head -c 1024 /dev/urandom > " + nginx.www() + "/k.bin")
+                   .c_str()) != 0)
         return 1;
-    FILE* conf = fopen((gDir + "/nginx.conf").c_str(), "w");
-    fprintf(conf,
-            "%spid %s/nginx.pid;\nerror_log %s/error.log;\nworker_processes 1;\nevents {}\n"
-            "http { access_log off; sendfile on; keepalive_requests 1000000;\n"
-            "  client_body_temp_path %s; proxy_temp_path %s; fastcgi_temp_path %s; uwsgi_temp_path %s;\n"
-            "  scgi_temp_path %s;\n  server { listen 127.0.0.1:%u; root %s; } }\n",
-            geteuid() == 0 ? "user root root;\n" : "", gDir.c_str(), gDir.c_str(), gDir.c_str(), gDir.c_str(),
-            gDir.c_str(), gDir.c_str(), gDir.c_str(), port, gDir.c_str());
-    fclose(conf);
-    // In daemon mode nginx returns once its socket listens.
-    if (sh("nginx -p " + gDir + " -e " + gDir + "/error.log -c " + gDir + "/nginx.conf") != 0) {
-        fprintf(stderr, "nginx did not start\n");
-        return 1;
-    }
     ProxyResolver::initialize();
 
+    auto sh = [](const std::string& cmd) {
+        if (system(cmd.c_str()) != 0) {
+            fprintf(stderr, "failed: %s\n", cmd.c_str());
+            exit(1);
+        }
+    };
     std::vector<double> oursBig, curlBig, oursSmall, curlSmall;
     const std::string bigUrl = base + "/big.bin";
     for (int i = 0; i < reps; ++i) {
@@ -121,7 +87,6 @@ int main(int argc, char** argv) {
         curlSmall.push_back(timed(
             [&] { sh("curl -s '" + base + "/k.bin?[1-" + std::to_string(requests) + "]' > /dev/null"); }));
     }
-    stopNginx();
     printf("GET %u MiB, 64 KiB reads: ours %.3f s, curl %.3f s, ratio %.2f (target <= 1.2)\n", mib,
            median(oursBig), median(curlBig), median(oursBig) / median(curlBig));
     printf("%u GETs of 1 KiB, one connection: ours %.3f s, curl %.3f s, ratio %.2f (target <= 1.2)\n",
