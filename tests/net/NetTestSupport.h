@@ -9,6 +9,7 @@
 #include <sys/socket.h>
 #include <tmain/net/ClientSocket.h>
 #include <tmain/net/ServerSocket.h>
+#include <tmain/net/SocketClosedException.h>
 #include <tmain/net/SocketInputStream.h>
 #include <tmain/net/SocketOutputStream.h>
 
@@ -21,39 +22,30 @@ public:
     using net::Socket::writeAll;
 };
 
-/// A server on 127.0.0.1 with one client connected to it and the accepted
-/// peer. rcvBuf > 0 shrinks the receive buffer of accepted sockets.
+/// A server on 127.0.0.1 (with TCP no-delay as serverNoDelay) with one client
+/// connected to it and the accepted peer. smallBuffers shrinks the peer's
+/// receive and the client's send buffer, so a peer that does not read soon
+/// blocks the client.
 struct Connection {
     net::ServerSocket server;
     std::unique_ptr<TestClient> client;
     std::unique_ptr<net::StreamSocket> peer;
 
-    explicit Connection(unsigned readTimeout = 2000, unsigned writeTimeout = 2000, int rcvBuf = 0) {
+    explicit Connection(unsigned readTimeout = 2000, unsigned writeTimeout = 2000, bool smallBuffers = false,
+                        bool serverNoDelay = true)
+        : server(false, serverNoDelay) {
+        int small = 4096;
         server.bind("127.0.0.1", 0);
-        if (rcvBuf > 0)
-            setsockopt((int)server.getNativeSocket(), SOL_SOCKET, SO_RCVBUF, &rcvBuf, sizeof(rcvBuf));
+        if (smallBuffers)
+            setsockopt((int)server.getNativeSocket(), SOL_SOCKET, SO_RCVBUF, &small, sizeof(small));
         server.listen(8);
         client.reset(
             new TestClient("127.0.0.1", (int)server.getLocalPort(), 2000, readTimeout, writeTimeout));
+        if (smallBuffers)
+            setsockopt((int)client->getNativeSocket(), SOL_SOCKET, SO_SNDBUF, &small, sizeof(small));
         peer.reset(server.accept());
     }
 };
-
-/// The port held in a resolved IPv4 or IPv6 address.
-inline unsigned nativePort(const net::SocketAddress& a) {
-    const sockaddr* sa = static_cast<const sockaddr*>(a.getNativeAddress());
-    if (sa->sa_family == AF_INET)
-        return ntohs(static_cast<const sockaddr_in*>(a.getNativeAddress())->sin_port);
-    return ntohs(static_cast<const sockaddr_in6*>(a.getNativeAddress())->sin6_port);
-}
-
-/// The pending error (errno value) of a native handle.
-inline int pendingErrno(unsigned handle) {
-    int value = -1;
-    socklen_t length = sizeof(value);
-    EXPECT_EQ(0, getsockopt((int)handle, SOL_SOCKET, SO_ERROR, &value, &length));
-    return value;
-}
 
 inline void sendAll(net::StreamSocket& s, const std::string& data) {
     EXPECT_EQ(data.size(), s.getOutputStream()->write(data.data(), 1, (unsigned)data.size()));
@@ -62,10 +54,21 @@ inline void sendAll(net::StreamSocket& s, const std::string& data) {
 /// Reads exactly n bytes through the socket's input adapter.
 inline std::string receive(net::StreamSocket& s, size_t n) {
     std::string out(n, '\0');
-    size_t got = 0;
-    while (got < n)
+    for (size_t got = 0; got < n;)
         got += s.getInputStream()->read(&out[got], 1, (unsigned)(n - got));
     return out;
+}
+
+/// "closed" when the call throws a SocketClosedException for `socket` with an
+/// empty message; otherwise what happened instead.
+template <class F> std::string closedBy(const net::Socket* socket, F f) {
+    try {
+        f();
+    } catch (const net::SocketClosedException& e) {
+        return std::string(e.getSocket() == socket ? "closed" : "closed by another socket") +
+               (*e.getMessage() ? ": " : "") + e.getMessage();
+    }
+    return "<no exception>";
 }
 
 } // namespace nettest
