@@ -32,35 +32,31 @@ extern "C" const char* __lsan_default_suppressions() {
 
 namespace {
 
-const char* const PROXY_VARIABLES[] = {"http_proxy", "HTTP_PROXY", "https_proxy",    "HTTPS_PROXY",
-                                       "no_proxy",   "NO_PROXY",   "NTLM_USER_FILE", "NTLMUSER"};
-
-// Clears the proxy and NTLM variables for each test and restores them after it.
+// The proxy and NTLM variables: cleared for each test, restored after it.
 class ProxyTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        for (const char* name : PROXY_VARIABLES)
+        for (const char* name : mNames)
             if (const char* v = getenv(name))
                 mSaved[name] = v;
-        clear();
+        set("");
     }
     void TearDown() override {
-        clear();
-        for (auto& s : mSaved)
-            setenv(s.first.c_str(), s.second.c_str(), 1);
+        for (const char* name : mNames)
+            mSaved.count(name) ? setenv(name, mSaved[name].c_str(), 1) : unsetenv(name);
         ProxyResolver::clearCallback();
         ProxyResolver::shutdown();
     }
-    void clear() {
-        for (const char* name : PROXY_VARIABLES)
-            unsetenv(name);
-    }
-    // "name=value name=value ..."
+    // Sets exactly these of the variables: "name=value name=value ...".
     void set(const std::string& assignments) {
+        for (const char* name : mNames)
+            unsetenv(name);
         std::istringstream in(assignments);
         for (std::string a; in >> a;)
             setenv(a.substr(0, a.find('=')).c_str(), a.substr(a.find('=') + 1).c_str(), 1);
     }
+    const char* mNames[8] = {"http_proxy", "HTTP_PROXY", "https_proxy",    "HTTPS_PROXY",
+                             "no_proxy",   "NO_PROXY",   "NTLM_USER_FILE", "NTLMUSER"};
     std::map<std::string, std::string> mSaved;
 };
 
@@ -84,6 +80,24 @@ protected:
     tmaintest::TempDir mDir;
 };
 
+// Each part followed by "|" (a null text as "null"). The parts are turned
+// into text in the order written, each as soon as it is evaluated.
+struct cat : std::string {
+    struct part : std::string {
+        part(const char* text) : std::string(text ? text : "null") {}
+        template <class T> part(const T& value) {
+            std::ostringstream out;
+            out << value;
+            assign(out.str());
+        }
+    };
+    cat(std::initializer_list<part> parts) {
+        for (const part& p : parts)
+            append(p).append("|");
+    }
+};
+#define EXPECT_JOINED(expected, ...) EXPECT_EQ(std::string(expected), std::string(cat{__VA_ARGS__}))
+
 std::string resolved(const char* url) {
     URL u(url);
     Proxy p;
@@ -98,15 +112,11 @@ std::string joined(const std::vector<std::string>& lines) {
     return out;
 }
 
-// A response as the connection would build it: lower-case names, body over the bytes.
-std::unique_ptr<Response> response(unsigned code, std::vector<const char*> authenticate,
-                                   const std::string& body = "") {
+// A 407 (or other) response as the connection would build it: lower-case names.
+std::unique_ptr<Response> response(unsigned code, std::vector<const char*> authenticate) {
     std::unique_ptr<Response> r(new Response(Response::Status{code, "x"}));
     for (const char* a : authenticate)
         r->getHeaders().add("proxy-authenticate", a);
-    if (!body.empty())
-        r->setBody(
-            new Body(new ByteInputStream(body.data(), (unsigned)body.size(), true), (unsigned)body.size()));
     return r;
 }
 
@@ -120,7 +130,7 @@ std::string tokenOf(const Request& request) {
     return n < 0 ? "<bad base64>" : out.substr(0, (size_t)n);
 }
 
-unsigned messageType(const std::string& token) {
+unsigned typeOf(const std::string& token) {
     return token.size() >= 12 && token.compare(0, 8, std::string("NTLMSSP\0", 8)) == 0
                ? (unsigned char)token[8] | (unsigned char)token[9] << 8
                : 0;
@@ -131,39 +141,36 @@ unsigned messageType(const std::string& token) {
 TEST_F(ProxyTest, EnvironmentDiscovery) {
     struct Case {
         const char* variables;
-        const char* logs;
         const char* resolutions; // "url>expected ..."
+        const char* logs;
     } cases[] = {
-        {"", "ProxyResolver: direct connection\n", "http://a/>direct https://a/>direct"},
-        {"HTTP_PROXY=http://up:1 no_proxy=x", "ProxyResolver bypass: x\nProxyResolver: direct connection\n",
-         "http://a/>direct"},
+        {"HTTP_PROXY=http://up:1 no_proxy=x", "http://a/>direct https://a/>direct",
+         "ProxyResolver bypass: x\nProxyResolver: direct connection\n"},
         {"http_proxy=http://p:3128/ https_proxy=sp:8443 HTTPS_PROXY=ignored:1 "
          "no_proxy=localhost,internal.example.com NO_PROXY=other",
-         "ProxyResolver: p:3128\nProxyResolver: sp:8443\nProxyResolver bypass: "
-         "localhost,internal.example.com\n",
          "http://x.org/a?b>p:3128 https://x.org/>sp:8443 HTTPS://x.org/>sp:8443 ftp://x.org/>p:3128 "
          "http://internal.example.com:81/>direct https://example.com/>direct http://ternal/>direct "
-         "http://other/>p:3128 http://Localhost/>p:3128"},
+         "http://other/>p:3128 http://Localhost/>p:3128",
+         "ProxyResolver: p:3128\nProxyResolver: sp:8443\nProxyResolver bypass: "
+         "localhost,internal.example.com\n"},
         {"http_proxy= HTTPS_PROXY=http://up:8443 NO_PROXY=h1",
-         "ProxyResolver: up:8443\nProxyResolver bypass: h1\n",
-         "http://a/>direct https://a/>up:8443 https://h1/>direct"},
-        {"http_proxy=http://same:3128 https_proxy=same:3128", "ProxyResolver: same:3128\n",
-         "http://a/>same:3128 https://a/>same:3128"},
-        {"http_proxy=proxy.example https_proxy=http://:3128", "ProxyResolver: proxy.example:80\n",
-         "http://a/>proxy.example:80 https://a/>direct"},
+         "http://a/>direct https://a/>up:8443 https://h1/>direct",
+         "ProxyResolver: up:8443\nProxyResolver bypass: h1\n"},
+        {"http_proxy=http://same:3128 https_proxy=same:3128", "http://a/>same:3128 https://a/>same:3128",
+         "ProxyResolver: same:3128\n"},
+        {"http_proxy=proxy.example https_proxy=http://:3128", "http://a/>proxy.example:80 https://a/>direct",
+         "ProxyResolver: proxy.example:80\n"},
     };
     for (auto& c : cases) {
-        clear();
         set(c.variables);
         ScopedLogCapture log;
-        EXPECT_TRUE(ProxyResolver::initialize());
-        EXPECT_TRUE(ProxyResolver::mINITIALIZED);
-        EXPECT_EQ(c.logs, joined(log->messages())) << c.variables;
+        std::string results = std::to_string(ProxyResolver::initialize()) + "|";
         std::istringstream in(c.resolutions);
         for (std::string r; in >> r;)
-            EXPECT_EQ(r.substr(r.find('>') + 1), resolved(r.substr(0, r.find('>')).c_str()))
-                << r << " with " << c.variables;
-        EXPECT_EQ("", joined(log->messages(logging::LEVEL_WARN)));
+            results += r.substr(0, r.find('>') + 1) + resolved(r.substr(0, r.find('>')).c_str()) + " ";
+        // Resolving logs nothing once initialized.
+        EXPECT_EQ("1|" + std::string(c.resolutions) + " " + c.logs, results + joined(log->messages()))
+            << c.variables;
     }
 }
 
@@ -177,31 +184,24 @@ TEST_F(ProxyTest, CallbackPrecedenceAndLifecycle) {
         else if (std::string(u->getHost()) == "portless")
             p.setHost("cb");
     }));
-    {
-        ScopedLogCapture log;
-        std::string result = resolved("http://via/");
-        EXPECT_EQ("direct|ProxyResolver not yet initialized. No proxy will be ever resolved!\n|0",
-                  result + "|" + joined(log->messages()) + "|" + std::to_string(seen.size()));
-    }
+    ScopedLogCapture log;
+    std::string before = cat{resolved("http://via/"), joined(log->messages())};
     ProxyResolver::initialize();
-    std::string results = resolved("http://via/");
-    results += "|" + resolved("http://other/");
-    results += "|" + resolved("http://portless/");
-    EXPECT_EQ("cb:8080|direct|direct", results);
-    EXPECT_EQ((std::vector<std::string>{"via", "other", "portless"}), seen);
     Proxy stale("old", 1);
-    bool found = ProxyResolver::resolve(nullptr, stale);
-    EXPECT_EQ("0|0", std::to_string(found) + "|" + std::to_string(stale.isValid()));
+    EXPECT_JOINED("direct|ProxyResolver not yet initialized. No proxy will be ever "
+                  "resolved!\n||cb:8080|direct|direct|0|0|",
+                  before, resolved("http://via/"), resolved("http://other/"), resolved("http://portless/"),
+                  ProxyResolver::resolve(nullptr, stale), stale.isValid());
+    EXPECT_EQ((std::vector<std::string>{"via", "other", "portless"}), seen);
 
     ProxyResolver::clearCallback();
-    EXPECT_EQ(nullptr, ProxyResolver::mRESOLVE_CALLBACK);
-    EXPECT_EQ("p:3128", resolved("http://via/"));
+    std::string cleared = cat{ProxyResolver::mRESOLVE_CALLBACK == nullptr, resolved("http://via/")};
     ProxyResolver::mRESOLVE_CALLBACK =
         new ProxyResolver::ResolveCallback([](const URL*, Proxy& p) { p.set("raw", 1); });
-    EXPECT_EQ("raw:1", resolved("http://via/"));
+    std::string raw = resolved("http://via/");
     ProxyResolver::shutdown();
-    EXPECT_FALSE(ProxyResolver::mINITIALIZED);
-    EXPECT_EQ("direct", resolved("http://via/"));
+    EXPECT_JOINED("1|p:3128||raw:1|0|direct|", cleared, raw, ProxyResolver::mINITIALIZED,
+                  resolved("http://via/"));
 }
 
 TEST_F(ProxyTest, ConcurrentResolveWhileReinitialized) {
@@ -240,33 +240,28 @@ TEST_F(ProxyTest, SchemeSelection) {
         EXPECT_EQ(nullptr, ProxyResolver::initAuthentication(&request, r.get(), nullptr));
         EXPECT_EQ(c.warning + "\n", joined(log->messages()));
     }
+    // The base process knows no scheme: it finishes with failure.
     AuthenticationProcess base;
-    auto before = base.getStatus();
-    auto after = base.process(&request, nullptr, nullptr);
-    EXPECT_EQ("0|2|0",
-              std::to_string(before) + "|" + std::to_string(after) + "|" + std::to_string(base.isSuccess()));
+    EXPECT_JOINED("0|2|0|", base.getStatus(), base.process(&request, nullptr, nullptr), base.isSuccess());
     ProxyResolver::endAuthentication(nullptr);
 }
 
 TEST_F(NTLMTest, NTLMInitialization) {
-    set("http_proxy=proxy.test:3128");
+    setenv("http_proxy", "proxy.test:3128", 1);
     ProxyResolver::initialize();
-
-    // The negotiation token: 40 bytes, "NTLMSSP\0", type 1; the 407 body is read, the request body rewound.
+    // The negotiation token; the 407 body is read, the request body rewound.
     Request request("http://target.test/upload", Request::POST);
     auto* data = new ByteInputStream("payload", 7, true);
     request.setBody(new Body(data, 7));
     char sink[7];
     data->read(sink, 1, 7);
-    auto first = response(407, {"Basic realm=\"r\"", "NTLM"}, "denied");
+    auto first = response(407, {"Basic realm=\"r\"", "NTLM"});
+    first->setBody(new Body(new ByteInputStream("denied", 6, true), 6));
     std::unique_ptr<AuthenticationProcess> process(
         ProxyResolver::initAuthentication(&request, first.get(), nullptr));
     ASSERT_NE(nullptr, process);
-    std::string token = tokenOf(request);
-    EXPECT_EQ("40|1", std::to_string(token.size()) + "|" + std::to_string(messageType(token)));
-    EXPECT_EQ("1|0|0", std::to_string(process->getStatus()) + "|" + std::to_string(process->isSuccess()) +
-                           "|" + std::to_string(data->tell()));
-    EXPECT_TRUE(first->getBody()->getData()->eof());
+    EXPECT_JOINED("40|1|1|0|0|1|", tokenOf(request).size(), typeOf(tokenOf(request)), process->getStatus(),
+                  process->isSuccess(), data->tell(), first->getBody()->getData()->eof());
     ProxyResolver::endAuthentication(process.release());
 
     // Failures to start: no credentials, a service name without a host.
@@ -301,27 +296,23 @@ TEST_F(NTLMTest, NTLMHandshakeWithPeer) {
     const unsigned port = peer.port();
     ProxyResolver::setCallback(
         new ProxyResolver::ResolveCallback([port](const URL*, Proxy& p) { p.set("127.0.0.1", port); }));
-    for (const char* password : {"Secr3t!", "wrong"}) {
-        const bool right = std::string(password) == "Secr3t!";
-        useAccount("client", password);
-        tmaintest::ScopedLogCapture log;
-        Connection c;
+    const char* cases[][2] = {
+        {"Secr3t!", "200|3|http://target.test/page?q=1?q=1|TMAINDOMAIN\\proxy-user||"},
+        {"wrong",
+         "407|null|null|null|Too many authorization iterations (2). Using last response as result\n|"},
+    };
+    for (auto& c : cases) {
+        useAccount("client", c[0]);
+        ScopedLogCapture log;
+        Connection connection;
         Request request("http://target.test/page?q=1", Request::GET);
-        std::unique_ptr<Response> r(c.process(&request));
-        EXPECT_EQ(3u, messageType(tokenOf(request)));
-        EXPECT_GT(tokenOf(request).size(), 256u) << "the authentication token must never be cut to 256 bytes";
-        if (right) {
-            EXPECT_EQ("200|3|http://target.test/page?q=1?q=1|TMAINDOMAIN\\proxy-user",
-                      std::to_string(r->getStatusCode()) + "|" + r->getHeaders().get("x-request-count") +
-                          "|" + r->getHeaders().get("x-request-target") + "|" +
-                          r->getHeaders().get("x-ntlm-user"));
-        } else {
-            EXPECT_EQ(407u, r->getStatusCode());
-            EXPECT_TRUE(log->contains("Too many authorization iterations (2). Using last response as result",
-                                      logging::LEVEL_WARN));
-        }
+        std::unique_ptr<Response> r(connection.process(&request));
+        const HeaderMap& h = r->getHeaders();
+        // Type 3, never cut to 256 bytes.
+        EXPECT_JOINED(std::string("3|1|") + c[1], typeOf(tokenOf(request)), tokenOf(request).size() > 256,
+                      r->getStatusCode(), h.get("x-request-count"), h.get("x-request-target"),
+                      h.get("x-ntlm-user"), joined(log->messages(logging::LEVEL_WARN)));
     }
-    ProxyResolver::clearCallback();
 }
 
 TEST_F(NTLMTest, NTLMChallengeFailures) {
@@ -346,18 +337,15 @@ TEST_F(NTLMTest, NTLMChallengeFailures) {
         AuthenticationProcessNTLM process("proxy.test");
         ASSERT_TRUE(process.init(&request, nullptr));
         const std::string negotiate = tokenOf(request);
-        auto r = response(c.status, c.offered, "body");
+        auto r = response(c.status, c.offered);
+        r->setBody(new Body(new ByteInputStream("body", 4, true), 4));
         ScopedLogCapture log;
-        EXPECT_EQ(AuthenticationProcess::STATUS_FINISHED, process.process(&request, r.get(), nullptr));
-        EXPECT_FALSE(process.isSuccess());
+        // A failed step keeps the last good token; a finished process refuses to go on.
+        EXPECT_JOINED("2|0|1|2|", process.process(&request, r.get(), nullptr), process.isSuccess(),
+                      tokenOf(request) == negotiate, process.process(&request, r.get(), nullptr));
         auto errors = log->messages(logging::LEVEL_ERROR);
-        ASSERT_EQ(1u, errors.size());
-        EXPECT_EQ(c.error, errors[0].substr(0, c.error.size()));
-        EXPECT_EQ(negotiate, tokenOf(request)); // the request keeps the last good token
-
-        log->clear();
-        process.process(&request, r.get(), nullptr);
-        EXPECT_EQ("AuthorizationProcessNTLM::process:invalid status\n",
-                  joined(log->messages(logging::LEVEL_ERROR)));
+        ASSERT_EQ(2u, errors.size());
+        EXPECT_EQ(c.error + "|AuthorizationProcessNTLM::process:invalid status",
+                  errors[0].substr(0, c.error.size()) + "|" + errors[1]);
     }
 }

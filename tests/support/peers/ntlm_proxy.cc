@@ -22,19 +22,16 @@
 // "proxy-connection: close" closes the connection after the response.
 #include <gssapi/gssapi.h>
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cctype>
-#include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <map>
-#include <netinet/in.h>
 #include <string>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 namespace {
 
@@ -43,156 +40,106 @@ gss_cred_id_t gAcceptor = GSS_C_NO_CREDENTIAL;
 
 const char* const ALPHABET = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-std::string encode(const unsigned char* p, size_t n) {
+std::string encode(const std::string& in) {
     std::string out;
-    for (size_t i = 0; i < n; i += 3) {
-        unsigned v = p[i] << 16 | (i + 1 < n ? p[i + 1] << 8 : 0) | (i + 2 < n ? p[i + 2] : 0);
-        out += ALPHABET[v >> 18 & 63];
-        out += ALPHABET[v >> 12 & 63];
-        out += i + 1 < n ? ALPHABET[v >> 6 & 63] : '=';
-        out += i + 2 < n ? ALPHABET[v & 63] : '=';
+    unsigned bits = 0, v = 0;
+    for (unsigned char c : in) {
+        v = v << 8 | c;
+        for (bits += 8; bits >= 6;)
+            out += ALPHABET[v >> (bits -= 6) & 63];
     }
-    return out;
+    if (bits)
+        out += ALPHABET[v << (6 - bits) & 63];
+    return out.append((4 - out.size() % 4) % 4, '=');
 }
 
+/// Strict: only canonical, padded base64 is taken.
 bool decode(const std::string& in, std::string& out) {
     out.clear();
-    if (in.empty() || in.size() % 4)
-        return false;
-    for (size_t i = 0; i < in.size(); i += 4) {
-        unsigned v = 0;
-        int pad = 0;
-        for (size_t j = 0; j < 4; ++j) {
-            char ch = in[i + j];
-            if (ch == '=') {
-                if (i + 4 != in.size() || j < 2)
-                    return false;
-                ++pad;
-                v <<= 6;
-                continue;
-            }
-            const char* c = ch ? strchr(ALPHABET, ch) : nullptr;
-            if (!c || pad)
-                return false;
-            v = v << 6 | (unsigned)(c - ALPHABET);
-        }
-        out += (char)(v >> 16);
-        if (pad < 2)
-            out += (char)(v >> 8 & 255);
-        if (pad < 1)
-            out += (char)(v & 255);
+    unsigned bits = 0, v = 0;
+    for (char ch : in) {
+        const char* c = ch && ch != '=' ? strchr(ALPHABET, ch) : nullptr;
+        if (!c)
+            break;
+        v = v << 6 | (unsigned)(c - ALPHABET);
+        if ((bits += 6) >= 8)
+            out += (char)(v >> (bits -= 8));
     }
-    return true;
+    return !in.empty() && encode(out) == in;
 }
 
-/// Reads one CRLF- or LF-terminated line; false at the end of the connection.
+/// Appends what the peer sent next to `buffer`; false at the end of the connection.
+bool receive(int fd, std::string& buffer) {
+    char chunk[4096];
+    ssize_t n = recv(fd, chunk, sizeof(chunk), 0);
+    buffer.append(chunk, n > 0 ? (size_t)n : 0);
+    return n > 0;
+}
+
+/// Takes one CRLF- or LF-terminated line off `buffer`.
 bool readLine(int fd, std::string& buffer, std::string& line) {
-    for (;;) {
-        size_t eol = buffer.find('\n');
-        if (eol != std::string::npos) {
-            line = buffer.substr(0, eol);
-            if (!line.empty() && line.back() == '\r')
-                line.pop_back();
-            buffer.erase(0, eol + 1);
-            return true;
-        }
-        if (buffer.size() > 65536)
+    size_t eol;
+    while ((eol = buffer.find('\n')) == std::string::npos)
+        if (buffer.size() > 65536 || !receive(fd, buffer))
             return false;
-        char chunk[4096];
-        ssize_t n = recv(fd, chunk, sizeof(chunk), 0);
-        if (n <= 0)
-            return false;
-        buffer.append(chunk, (size_t)n);
-    }
-}
-
-bool skipBytes(int fd, std::string& buffer, size_t count) {
-    while (buffer.size() < count) {
-        char chunk[4096];
-        ssize_t n = recv(fd, chunk, sizeof(chunk), 0);
-        if (n <= 0)
-            return false;
-        buffer.append(chunk, (size_t)n);
-    }
-    buffer.erase(0, count);
-    return true;
-}
-
-bool sendAll(int fd, const std::string& data) {
-    for (size_t done = 0; done < data.size();) {
-        ssize_t n = send(fd, data.data() + done, data.size() - done, MSG_NOSIGNAL);
-        if (n <= 0)
-            return false;
-        done += (size_t)n;
-    }
+    line = buffer.substr(0, eol && buffer[eol - 1] == '\r' ? eol - 1 : eol);
+    buffer.erase(0, eol + 1);
     return true;
 }
 
 std::string lower(std::string s) {
-    for (char& c : s)
-        c = (char)tolower((unsigned char)c);
+    std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return (char)tolower(c); });
     return s;
 }
 
-std::string response(int code, const std::string& extraHeaders, const std::string& body, bool close) {
-    std::string reason = code == 200 ? "OK" : "Proxy Authentication Required";
-    return "HTTP/1.1 " + std::to_string(code) + " " + reason + "\r\n" + extraHeaders +
-           "Content-Length: " + std::to_string(body.size()) +
+std::string response(int code, const std::string& headers, const std::string& body, bool close) {
+    return "HTTP/1.1 " + std::to_string(code) + (code == 200 ? " OK" : " Proxy Authentication Required") +
+           "\r\n" + headers + "Content-Length: " + std::to_string(body.size()) +
            "\r\nConnection: " + (close ? "close" : "keep-alive") + "\r\n\r\n" + body;
 }
 
-struct Session {
-    gss_ctx_id_t context = GSS_C_NO_CONTEXT;
-    std::string user;
-    bool authenticated = false;
+void deleteContext(gss_ctx_id_t& context) {
+    OM_uint32 minor;
+    if (context != GSS_C_NO_CONTEXT)
+        gss_delete_sec_context(&minor, &context, GSS_C_NO_BUFFER);
+    context = GSS_C_NO_CONTEXT;
+}
 
-    ~Session() { reset(); }
-    void reset() {
-        OM_uint32 minor;
-        if (context != GSS_C_NO_CONTEXT)
-            gss_delete_sec_context(&minor, &context, GSS_C_NO_BUFFER);
-        context = GSS_C_NO_CONTEXT;
-    }
-
-    /// True when the token is taken: `challenge` then answers a negotiate
-    /// token, and is empty after an accepted authenticate token.
-    bool step(const std::string& token, std::string& challenge) {
-        challenge.clear();
-        bool negotiate = token.size() >= 12 && memcmp(token.data(), "NTLMSSP\0", 8) == 0 && token[8] == 1;
-        if (negotiate)
-            reset();
-        else if (context == GSS_C_NO_CONTEXT)
-            return false;
-        OM_uint32 minor, ignored;
-        gss_buffer_desc in = {token.size(), (void*)token.data()}, out = GSS_C_EMPTY_BUFFER;
-        gss_name_t source = GSS_C_NO_NAME;
-        OM_uint32 major = gss_accept_sec_context(&minor, &context, gAcceptor, &in, GSS_C_NO_CHANNEL_BINDINGS,
-                                                 &source, nullptr, &out, nullptr, nullptr, nullptr);
-        if (out.length)
-            challenge = encode((const unsigned char*)out.value, out.length);
-        gss_release_buffer(&ignored, &out);
-        if (GSS_ERROR(major)) {
-            fprintf(stderr, "ntlm_proxy: token refused (major %u, minor %u)\n", major, minor);
-            reset();
-            return false;
-        }
-        if (major == GSS_S_COMPLETE) {
-            gss_buffer_desc name = GSS_C_EMPTY_BUFFER;
-            if (!GSS_ERROR(gss_display_name(&ignored, source, &name, nullptr)))
-                user.assign((const char*)name.value, name.length);
-            gss_release_buffer(&ignored, &name);
-            authenticated = true;
-            challenge.clear();
-            reset();
-        }
-        gss_release_name(&ignored, &source);
-        return negotiate ? !challenge.empty() : authenticated;
-    }
-};
+/// Feeds a client token to the connection's context. Returns the base64
+/// challenge answering a negotiate token, else "" (with `user` set when an
+/// authenticate token was accepted).
+std::string step(gss_ctx_id_t& context, const std::string& token, std::string& user) {
+    const bool negotiate = token.size() >= 12 && memcmp(token.data(), "NTLMSSP\0", 8) == 0 && token[8] == 1;
+    if (negotiate)
+        deleteContext(context);
+    else if (context == GSS_C_NO_CONTEXT)
+        return "";
+    OM_uint32 minor, ignored;
+    gss_buffer_desc in = {token.size(), (void*)token.data()}, out = GSS_C_EMPTY_BUFFER, name = out;
+    gss_name_t source = GSS_C_NO_NAME;
+    OM_uint32 major = gss_accept_sec_context(&minor, &context, gAcceptor, &in, GSS_C_NO_CHANNEL_BINDINGS,
+                                             &source, nullptr, &out, nullptr, nullptr, nullptr);
+    const bool failed = GSS_ERROR(major), done = major == GSS_S_COMPLETE;
+    std::string challenge;
+    if (negotiate && !failed && !done && out.length)
+        challenge = encode(std::string((const char*)out.value, out.length));
+    if (failed)
+        fprintf(stderr, "ntlm_proxy: token refused (major %u, minor %u)\n", major, minor);
+    else if (done)
+        user = GSS_ERROR(gss_display_name(&ignored, source, &name, nullptr))
+                   ? "<unnamed>"
+                   : std::string((const char*)name.value, name.length);
+    if (failed || done)
+        deleteContext(context);
+    gss_release_buffer(&ignored, &out);
+    gss_release_buffer(&ignored, &name);
+    gss_release_name(&ignored, &source);
+    return challenge;
+}
 
 void serve(int fd) {
-    Session session;
-    std::string buffer, line;
+    gss_ctx_id_t context = GSS_C_NO_CONTEXT;
+    std::string buffer, line, user; // user: set once the connection is authenticated
     unsigned requests = 0;
     while (readLine(fd, buffer, line)) {
         if (line.empty())
@@ -201,63 +148,58 @@ void serve(int fd) {
         target = target.substr(0, target.find(' '));
         std::map<std::string, std::string> headers;
         bool complete = false;
-        while (readLine(fd, buffer, line)) {
-            if (line.empty()) {
-                complete = true;
-                break;
-            }
-            size_t colon = line.find(':');
-            if (colon == std::string::npos)
-                continue;
-            size_t start = line.find_first_not_of(" \t", colon + 1);
-            headers[lower(line.substr(0, colon))] = start == std::string::npos ? "" : line.substr(start);
+        while (!complete && readLine(fd, buffer, line)) {
+            size_t colon = line.find(':'), start = line.find_first_not_of(" \t", colon + 1);
+            if (colon != std::string::npos)
+                headers[lower(line.substr(0, colon))] = start == std::string::npos ? "" : line.substr(start);
+            complete = line.empty();
         }
-        if (!complete || !skipBytes(fd, buffer, strtoul(headers["content-length"].c_str(), nullptr, 10)))
+        size_t length = strtoul(headers["content-length"].c_str(), nullptr, 10);
+        while (complete && buffer.size() < length)
+            complete = receive(fd, buffer);
+        if (!complete)
             break;
+        buffer.erase(0, length);
         ++requests;
-        bool close = lower(headers["connection"]) == "close" || lower(headers["proxy-connection"]) == "close";
+        const bool close =
+            lower(headers["connection"]) == "close" || lower(headers["proxy-connection"]) == "close";
 
-        std::string reply;
-        std::string authorization = headers["proxy-authorization"], token, challenge;
-        if (!session.authenticated && authorization.compare(0, 5, "NTLM ") == 0 &&
-            decode(authorization.substr(5), token) && session.step(token, challenge) && !challenge.empty())
+        std::string authorization = headers["proxy-authorization"], token, challenge, reply;
+        if (user.empty() && authorization.compare(0, 5, "NTLM ") == 0 &&
+            decode(authorization.substr(5), token))
+            challenge = step(context, token, user);
+        if (!challenge.empty())
             reply = response(407, "Proxy-Authenticate: NTLM " + challenge + "\r\n", "challenge\n", close);
-        else if (session.authenticated)
-            reply =
-                response(200,
-                         "X-Request-Count: " + std::to_string(requests) + "\r\nX-NTLM-User: " + session.user +
-                             "\r\nX-Request-Target: " + target + "\r\n",
-                         "authenticated " + session.user + "\n", close);
+        else if (!user.empty())
+            reply = response(200,
+                             "X-Request-Count: " + std::to_string(requests) + "\r\nX-NTLM-User: " + user +
+                                 "\r\nX-Request-Target: " + target + "\r\n",
+                             "authenticated " + user + "\n", close);
         else
             reply = response(407, "Proxy-Authenticate: NTLM\r\n", "proxy authentication required\n", close);
-        if (!sendAll(fd, reply) || close)
+        // A blocking send hands over everything unless the connection failed.
+        if (send(fd, reply.data(), reply.size(), MSG_NOSIGNAL) != (ssize_t)reply.size() || close)
             break;
     }
-    close(fd);
-}
-
-bool ntlmsspAvailable() {
-    OM_uint32 minor;
-    gss_OID_set mechanisms = GSS_C_NO_OID_SET;
-    int present = 0;
-    if (!GSS_ERROR(gss_indicate_mechs(&minor, &mechanisms)))
-        gss_test_oid_set_member(&minor, &NTLMSSP, mechanisms, &present);
-    gss_release_oid_set(&minor, &mechanisms);
-    return present != 0;
+    deleteContext(context);
+    ::close(fd);
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
+    OM_uint32 minor, major;
     if (argc > 1 && strcmp(argv[1], "--probe") == 0) {
-        bool ok = ntlmsspAvailable();
-        puts(ok ? "ntlmssp available" : "ntlmssp missing");
-        return ok ? 0 : 1;
+        gss_OID_set mechanisms = GSS_C_NO_OID_SET;
+        int present = 0;
+        if (!GSS_ERROR(gss_indicate_mechs(&minor, &mechanisms)))
+            gss_test_oid_set_member(&minor, &NTLMSSP, mechanisms, &present);
+        gss_release_oid_set(&minor, &mechanisms);
+        return present ? 0 : 1;
     }
     gss_OID_set_desc mechanisms = {1, &NTLMSSP};
-    OM_uint32 minor;
-    OM_uint32 major = gss_acquire_cred(&minor, GSS_C_NO_NAME, GSS_C_INDEFINITE, &mechanisms, GSS_C_ACCEPT,
-                                       &gAcceptor, nullptr, nullptr);
+    major = gss_acquire_cred(&minor, GSS_C_NO_NAME, GSS_C_INDEFINITE, &mechanisms, GSS_C_ACCEPT, &gAcceptor,
+                             nullptr, nullptr);
     if (GSS_ERROR(major)) {
         fprintf(stderr, "ntlm_proxy: no acceptor credentials (major %u, minor %u)\n", major, minor);
         return 2;
@@ -274,16 +216,12 @@ int main(int argc, char** argv) {
     }
     printf("%u\n", ntohs(address.sin_port));
     fflush(stdout);
-
     std::thread([] {
-        char c;
-        while (read(0, &c, 1) > 0) {
+        for (char c; read(0, &c, 1) > 0;) {
         }
         _exit(0);
     }).detach();
-    for (;;) {
-        int fd = accept(listener, nullptr, nullptr);
-        if (fd >= 0)
+    for (;;)
+        if (int fd = accept(listener, nullptr, nullptr); fd >= 0)
             std::thread(serve, fd).detach();
-    }
 }
