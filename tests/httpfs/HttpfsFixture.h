@@ -27,6 +27,14 @@ protected:
         fs = new tarso::vfs::HTTPFileSystem(nginx->url("/root").c_str(), 5000, 5000);
     }
 
+public:
+    static std::string readN(tarso::stream::InputStream* in, unsigned n) {
+        std::string out(n, '\0');
+        out.resize(in->read(&out[0], 1, n));
+        return out;
+    }
+
+protected:
     static void mkdirs(const std::string& dir) { run("mkdir -p '" + dir + "'"); }
     /// A file under the served root with a fixed modification time.
     std::string put(const std::string& path, size_t size, unsigned seed, long mtime = 1500000000) {
@@ -52,11 +60,6 @@ protected:
         std::unique_ptr<tarso::stream::InputStream> in(f->getInputStream());
         in->open(tarso::stream::Stream::OM_READ);
         return in;
-    }
-    static std::string readN(tarso::stream::InputStream* in, unsigned n) {
-        std::string out(n, '\0');
-        out.resize(in->read(&out[0], 1, n));
-        return out;
     }
     static std::string readAll(tarso::stream::InputStream* in, unsigned chunk = 65536) {
         std::string out, buf(chunk, '\0');
