@@ -58,7 +58,7 @@ protected:
     std::unique_ptr<tarso::stream::InputStream> openStream(const char* path) {
         core::SmartPtr<tarso::vfs::File> f(fs->lookup(path));
         std::unique_ptr<tarso::stream::InputStream> in(f->getInputStream());
-        in->open(tarso::stream::Stream::OM_READ);
+        in->open(tarso::stream::Stream::OM_READ | tarso::stream::Stream::OM_BINARY);
         return in;
     }
     static std::string readAll(tarso::stream::InputStream* in, unsigned chunk = 65536) {

@@ -36,7 +36,7 @@ void script(ScriptedConnection& c) {
 std::unique_ptr<stream::InputStream> openFast(vfs::HTTPFileSystem* fs, const char* path) {
     ::core::SmartPtr<vfs::File> f(fs->lookup(path));
     std::unique_ptr<stream::InputStream> in(f->getInputStream());
-    in->open(stream::Stream::OM_READ);
+    in->open(stream::Stream::OM_READ | stream::Stream::OM_BINARY);
     return in;
 }
 
@@ -69,7 +69,7 @@ TEST(HttpfsFaults, CutStalledSilentAndRefused) {
     std::unique_ptr<stream::InputStream> s(silent->getInputStream());
     EXPECT_MESSAGE(stream::ConnectTimeoutException,
                    "HTTPInputStream::open: time out sending GET command for /silent",
-                   s->open(stream::Stream::OM_READ));
+                   s->open(stream::Stream::OM_READ | stream::Stream::OM_BINARY));
     fs->setFastLookup(false);
     EXPECT_MESSAGE(stream::ConnectTimeoutException,
                    "HTTPFileSystem: time out sending HEAD command to '" + server.url("/silent") + "' (300ms)",
@@ -119,9 +119,9 @@ TEST(HttpfsFaults, AbortStopAndResume) {
     EXPECT_MESSAGE(stream::StreamAbortedException, "HTTPFileSystem IO operations have been aborted",
                    fresh->read(&buf[0], 1, 1));
     EXPECT_MESSAGE(stream::StreamAbortedException, "HTTPFileSystem::mIOEnabled",
-                   fresh->open(stream::Stream::OM_READ));
+                   fresh->open(stream::Stream::OM_READ | stream::Stream::OM_BINARY));
     fs->resumeIO();
-    fresh->open(stream::Stream::OM_READ);
+    fresh->open(stream::Stream::OM_READ | stream::Stream::OM_BINARY);
     EXPECT_EQ(BODY.substr(0, 10), HttpfsFixture::readN(fresh.get(), 10));
 }
 

@@ -126,10 +126,11 @@ TEST_F(HttpfsFixture, ReadsSeeksAndRanges) {
     ::core::SmartPtr<vfs::File> gone(fs->lookup("k.bin"));
     std::unique_ptr<stream::InputStream> g(gone->getInputStream());
     remove((docs.path() + "/root/k.bin").c_str());
-    EXPECT_MESSAGE(vfs::FileNotFoundException, "/root/k.bin", g->open(stream::Stream::OM_READ));
+    EXPECT_MESSAGE(vfs::FileNotFoundException, "/root/k.bin",
+                   g->open(stream::Stream::OM_READ | stream::Stream::OM_BINARY));
     put("k.bin", 1500, 4);
     tmaintest::ScopedLogCapture log;
-    g->open(stream::Stream::OM_READ);
+    g->open(stream::Stream::OM_READ | stream::Stream::OM_BINARY);
     EXPECT_TRUE(log->contains(
         "HTTPInputStream size changed since file lookup for '/root/k.bin'! (was 1000, now is 1500)"));
     EXPECT_EQ(1500u, readAll(g.get()).size());
@@ -137,7 +138,7 @@ TEST_F(HttpfsFixture, ReadsSeeksAndRanges) {
     fs->setFastLookup(true);
     ::core::SmartPtr<vfs::File> busy(fs->lookup("busy"));
     std::unique_ptr<stream::InputStream> bs(busy->getInputStream());
-    EXPECT_EQ(503, statusOf([&] { bs->open(stream::Stream::OM_READ); }));
+    EXPECT_EQ(503, statusOf([&] { bs->open(stream::Stream::OM_READ | stream::Stream::OM_BINARY); }));
 }
 
 TEST_F(HttpfsFixture, DeflateBodiesAreInflated) {
@@ -149,7 +150,7 @@ TEST_F(HttpfsFixture, DeflateBodiesAreInflated) {
     ::core::SmartPtr<vfs::File> f(fs->lookup("z/d.txt"));
     EXPECT_EQ(packed.size(), f->getSize());
     std::unique_ptr<stream::InputStream> in(f->getInputStream());
-    in->open(stream::Stream::OM_READ);
+    in->open(stream::Stream::OM_READ | stream::Stream::OM_BINARY);
     auto* http = static_cast<stream::HTTPInputStream*>(in.get());
     EXPECT_TRUE(http->isDeflated());
     EXPECT_EQ(text.substr(0, 1000), readN(in.get(), 1000));
@@ -192,17 +193,17 @@ TEST_F(HttpfsFixture, RequestDataIsSentAsDescribed) {
     ::core::SmartPtr<vfs::File> f(s->lookup("submit", form.get()));
     EXPECT_EQ(0u, server.connections()); // the lookup sends nothing
     std::unique_ptr<stream::InputStream> in(f->getInputStream());
-    in->open(stream::Stream::OM_READ);
+    in->open(stream::Stream::OM_READ | stream::Stream::OM_BINARY);
     EXPECT_EQ("answer", readAll(in.get()));
     EXPECT_STREQ("yes", form->getResponseHeaders().get("x-reply"));
     form->setMethod(http::Request::GET);
-    in->open(stream::Stream::OM_READ);
+    in->open(stream::Stream::OM_READ | stream::Stream::OM_BINARY);
     EXPECT_EQ("answer", readAll(in.get())); // a finished body frees its connection while open
     ::core::SmartPtr<vfs::HTTPData> raw(new vfs::HTTPData(http::Request::PUT));
     raw->setContent("\x01\x02\x03", 3, vfs::HTTPData::CS_COPY);
     ::core::SmartPtr<vfs::File> put(s->lookup("blob", raw.get()));
     std::unique_ptr<stream::InputStream> pin(put->getInputStream());
-    pin->open(stream::Stream::OM_READ);
+    pin->open(stream::Stream::OM_READ | stream::Stream::OM_BINARY);
     std::lock_guard<std::mutex> lock(m);
     ASSERT_EQ(3u, requests.size());
     auto has = [](const std::string& req, const std::string& text) {
