@@ -74,6 +74,7 @@
 #include <tmain/stream/FileInputStream.h>
 #include <tmain/stream/FileOutputStream.h>
 #include <tmain/stream/GZIPInputStream.h>
+#include <tmain/stream/HTTPInputStream.h>
 #include <tmain/stream/IOException.h>
 #include <tmain/stream/InputStream.h>
 #include <tmain/stream/OutputStream.h>
@@ -92,6 +93,10 @@
 #include <tmain/vfs/FileNotFoundException.h>
 #include <tmain/vfs/FileSystem.h>
 #include <tmain/vfs/FileWrapper.h>
+#include <tmain/vfs/HTTPData.h>
+#include <tmain/vfs/HTTPException.h>
+#include <tmain/vfs/HTTPFile.h>
+#include <tmain/vfs/HTTPFileSystem.h>
 #include <tmain/vfs/LookupData.h>
 #include <tmain/vfs/SharedCacheInfo.h>
 #include <tmain/vfs/SimpleFile.h>

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <tmain/foundation/Exception.h>
 #include <tmain/vfs/File.h>
+#include <tmain/vfs/HTTPFileSystem.h>
 #include <tmain/vfs/SimpleFileSystem.h>
 #include <tmain/vfs/URLComponents.h>
 
@@ -53,8 +54,6 @@ TEST(FileSystemFactory, CreateFromURL) {
         {"file:///tmp/x", "/tmp/x", false},
         {"/var/data/", "/var/data", false},
         {"FILE:///srv", "FILE:///srv", false}, // the scheme test ignores case, the root prefix does not
-        {"http://host/pack.zip", "http://host/pack.zip", true},
-        {"https://host/a", "https://host/a", true},
         {"ftp://host/a", "ftp://host/a", true}};
     for (const Case& c : cases) {
         log->clear();
@@ -66,6 +65,26 @@ TEST(FileSystemFactory, CreateFromURL) {
             want.push_back(std::string("(FileSystem::createFromURL) Unknown URL type '") + c.url +
                            "'. Assuming SimpleFileSystem");
         EXPECT_EQ(want, log->messages(logging::LEVEL_ERROR)) << c.url;
+    }
+    // http and https (any case) give an HTTP file system rooted at the URL's path,
+    // also for a path ending in ".zip" (no local file by that name).
+    struct HttpCase {
+        const char* url;
+        const char* root;
+        const char* absolute;
+    } https[] = {{"http://host/pack.zip", "/pack.zip", "http://host/pack.zip/a"},
+                 {"HTTPS://host:8443/a/b/", "/a/b", "HTTPS://host:8443/a/b/a"},
+                 {"http://127.0.0.1:81", "", "http://127.0.0.1:81/a"}};
+    for (const HttpCase& c : https) {
+        log->clear();
+        core::SmartPtr<FileSystem> fs(FileSystem::createFromURL(c.url));
+        ASSERT_EQ(HTTPFileSystem::TYPE, fs->getType()) << c.url;
+        EXPECT_STREQ(c.root, fs->getRootPath());
+        EXPECT_EQ(c.absolute, fs->getAbsolutePath("a"));
+        auto* http = static_cast<HTTPFileSystem*>(fs.get());
+        EXPECT_EQ(5000u, http->getLookupTimeout());
+        EXPECT_EQ(5000u, http->getReadTimeout());
+        EXPECT_TRUE(log->messages(logging::LEVEL_ERROR).empty());
     }
     for (const char* bad : {"http://", "http://host:99999/x"})
         EXPECT_MESSAGE(core::Exception, "HTTPFileSystem: Invalid URL",

@@ -11,6 +11,7 @@
 #include <tmain/stream/OutputStream.h>
 #include <tmain/vfs/File.h>
 #include <tmain/vfs/FileNotFoundException.h>
+#include <tmain/vfs/HTTPFileSystem.h>
 #include <tmain/vfs/SimpleFileSystem.h>
 #include <tmain/vfs/TemporaryFileSystem.h>
 #include <tmain/vfs/URLComponents.h>
@@ -170,6 +171,9 @@ FileSystem* FileSystem::createFromURL(const char* url) {
         throw ::core::IllegalArgumentException("HTTPFileSystem: Invalid URL");
     if (text::StringUtil::compareIgnoreCase(parts.scheme.c_str(), "file") == 0)
         return new SimpleFileSystem(url);
+    if (text::StringUtil::compareIgnoreCase(parts.scheme.c_str(), "http") == 0 ||
+        text::StringUtil::compareIgnoreCase(parts.scheme.c_str(), "https") == 0)
+        return new HTTPFileSystem(url, 5000, 5000);
     logging::Logger::mROOT_LOGGER.error(
         "(FileSystem::createFromURL) Unknown URL type '%s'. Assuming SimpleFileSystem", url);
     return new SimpleFileSystem(url);

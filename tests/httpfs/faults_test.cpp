@@ -1,0 +1,146 @@
+// The HTTP file system against scripted peers: cut and stalled bodies, silent
+// servers, refused connections, the connection limit, and aborting I/O from
+// another thread.
+#include "HttpfsFixture.h"
+#include <future>
+#include <thread>
+#include <tmain/stream/IOException.h>
+#include <tmain/vfs/FileNotFoundException.h>
+#include <unistd.h>
+
+using namespace tarso;
+using tmaintest::HttpfsFixture;
+using tmaintest::ScriptedConnection;
+using tmaintest::ScriptedServer;
+
+namespace {
+
+const std::string BODY = tmaintest::randomBytes(5000, 9);
+
+// Answers every request with a head announcing 100000 bytes and the first 5000;
+// "/cut" then closes, "/stall" waits for the client to go, "/silent" never answers.
+void script(ScriptedConnection& c) {
+    for (std::string req; !(req = c.readRequest()).empty();) {
+        if (req.find(" /silent ") != std::string::npos) {
+            c.readUntilClose();
+            return;
+        }
+        c.send("HTTP/1.1 200 OK\r\ncontent-length: 100000\r\n\r\n" + BODY);
+        if (req.find(" /cut ") != std::string::npos)
+            return;
+        c.readUntilClose();
+        return;
+    }
+}
+
+std::unique_ptr<stream::InputStream> openFast(vfs::HTTPFileSystem* fs, const char* path) {
+    ::core::SmartPtr<vfs::File> f(fs->lookup(path));
+    std::unique_ptr<stream::InputStream> in(f->getInputStream());
+    in->open(stream::Stream::OM_READ | stream::Stream::OM_BINARY);
+    return in;
+}
+
+} // namespace
+
+TEST(HttpfsFaults, CutStalledSilentAndRefused) {
+    ScriptedServer server(script);
+    ::core::SmartPtr<vfs::HTTPFileSystem> fs(new vfs::HTTPFileSystem(server.url("").c_str(), 300, 300));
+    fs->setFastLookup(true);
+    std::string buf(20000, '\0');
+
+    // A body shorter than its length is an error, never a clean end.
+    std::unique_ptr<stream::InputStream> cut = openFast(fs.get(), "cut");
+    ASSERT_EQ(4000u, cut->read(&buf[0], 1, 4000));
+    EXPECT_EQ(BODY.substr(0, 4000), buf.substr(0, 4000));
+    std::string msg = tmaintest::messageOf<stream::IOException>([&] { cut->read(&buf[0], 1, 20000); });
+    EXPECT_EQ(0u, msg.find("HTTPInputStream::read: error reading 20000 bytes from /cut (")) << msg;
+    EXPECT_TRUE(cut->hasError());
+
+    // A stalled body times out per read.
+    std::unique_ptr<stream::InputStream> stall = openFast(fs.get(), "stall");
+    ASSERT_EQ(5000u, stall->read(&buf[0], 1, 5000));
+    EXPECT_MESSAGE(stream::ReadTimeoutException,
+                   "HTTPInputStream::read: time out reading 100 bytes from /stall",
+                   stall->read(&buf[0], 1, 100));
+    stall.reset();
+
+    // No response head at all: a timeout at open.
+    ::core::SmartPtr<vfs::File> silent(fs->lookup("silent"));
+    std::unique_ptr<stream::InputStream> s(silent->getInputStream());
+    EXPECT_MESSAGE(stream::ConnectTimeoutException,
+                   "HTTPInputStream::open: time out sending GET command for /silent",
+                   s->open(stream::Stream::OM_READ | stream::Stream::OM_BINARY));
+    fs->setFastLookup(false);
+    EXPECT_MESSAGE(stream::ConnectTimeoutException,
+                   "HTTPFileSystem: time out sending HEAD command to '" + server.url("/silent") + "' (300ms)",
+                   fs->lookup("silent"));
+
+    // Nobody listening.
+    unsigned short port = 0;
+    close(tmaintest::listenLoopback(port));
+    std::string url = "http://127.0.0.1:" + std::to_string(port);
+    ::core::SmartPtr<vfs::HTTPFileSystem> refused(new vfs::HTTPFileSystem(url.c_str(), 1000, 1000));
+    EXPECT_MESSAGE(vfs::HTTPException, "HTTPFileSystem: could not send HEAD command to '" + url + "/x' (7)",
+                   refused->lookup("x"));
+}
+
+TEST(HttpfsFaults, AbortStopAndResume) {
+    ScriptedServer server(script);
+    ::core::SmartPtr<vfs::HTTPFileSystem> fs(new vfs::HTTPFileSystem(server.url("/").c_str(), 60000, 60000));
+    fs->setFastLookup(true);
+    std::unique_ptr<stream::InputStream> in = openFast(fs.get(), "stall");
+    std::string buf(10000, '\0');
+    ASSERT_EQ(5000u, in->read(&buf[0], 1, 5000));
+    // A read blocked on the network (it would wait a minute) ends as soon as I/O is aborted.
+    std::promise<void> reading;
+    std::string got;
+    std::thread reader([&] {
+        reading.set_value();
+        got = tmaintest::messageOf<stream::StreamAbortedException>([&] { in->read(&buf[0], 1, 100); });
+    });
+    reading.get_future().wait();
+    int before = fs->getIOHandle();
+    fs->abortIO();
+    reader.join();
+    EXPECT_EQ("HTTPFileSystem IO operations have been aborted", got);
+    EXPECT_EQ(before + 1, fs->getIOHandle());
+    EXPECT_FALSE(fs->isValid(before));
+    fs->resumeIO(); // does not revive streams of the old handle
+    EXPECT_MESSAGE(stream::StreamAbortedException, "HTTPFileSystem IO operations have been aborted",
+                   in->read(&buf[0], 1, 1));
+    in.reset();
+    std::unique_ptr<stream::InputStream> fresh = openFast(fs.get(), "cut");
+    EXPECT_EQ(BODY.substr(0, 100), HttpfsFixture::readN(fresh.get(), 100));
+
+    // stopIO: lookups and opens refuse, reads of open streams abort; resumeIO restores all.
+    fs->stopIO();
+    EXPECT_MESSAGE(stream::StreamAbortedException, "HTTPFileSystem::mIOEnabled", fs->lookup("cut"));
+    EXPECT_MESSAGE(stream::StreamAbortedException, "HTTPFileSystem::mIOEnabled", fs->exists("cut"));
+    EXPECT_MESSAGE(stream::StreamAbortedException, "HTTPFileSystem IO operations have been aborted",
+                   fresh->read(&buf[0], 1, 1));
+    EXPECT_MESSAGE(stream::StreamAbortedException, "HTTPFileSystem::mIOEnabled",
+                   fresh->open(stream::Stream::OM_READ | stream::Stream::OM_BINARY));
+    fs->resumeIO();
+    fresh->open(stream::Stream::OM_READ | stream::Stream::OM_BINARY);
+    EXPECT_EQ(BODY.substr(0, 10), HttpfsFixture::readN(fresh.get(), 10));
+}
+
+TEST_F(HttpfsFixture, ConnectionLimitAndKeepAlive) {
+    const std::string big = put("big.bin", 8 << 20, 5);
+    unsigned saved = vfs::HTTPFileSystem::getMaxConnections();
+    vfs::HTTPFileSystem::setMaxConnections(2);
+    ::core::SmartPtr<vfs::HTTPFileSystem> two(
+        new vfs::HTTPFileSystem(nginx->url("/root").c_str(), 300, 5000));
+    vfs::HTTPFileSystem::setMaxConnections(saved);
+    two->setFastLookup(true);
+    // Two unfinished bodies hold both connections: a third request waits, then times out.
+    std::unique_ptr<stream::InputStream> a = openFast(two.get(), "big.bin");
+    std::unique_ptr<stream::InputStream> b = openFast(two.get(), "big.bin");
+    EXPECT_EQ(big.substr(0, 1000), readN(a.get(), 1000));
+    EXPECT_THROW(openFast(two.get(), "big.bin"), stream::ConnectTimeoutException);
+    a.reset();
+    std::unique_ptr<stream::InputStream> c = openFast(two.get(), "big.bin");
+    c->seek(5 << 20, stream::Stream::SM_BEGIN);
+    EXPECT_EQ(big.substr(5 << 20, 3000), readN(c.get(), 3000));
+    EXPECT_EQ(big.substr(0, 2000), readN(b.get(), 2000));
+}
