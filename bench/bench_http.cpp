@@ -4,7 +4,7 @@
 //   same URLs (globbed, so curl reuses its connection too).
 // Runs alternate (ours, curl, ours, curl, ...); medians are compared.
 // Usage: bench_http [size-MiB] [requests]   (defaults 256 and 10000)
-#include "BenchNginx.h"
+#include "../tools/LocalNginx.h"
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -55,7 +55,7 @@ int main(int argc, char** argv) {
     const unsigned mib = argc > 1 ? (unsigned)atoi(argv[1]) : 256;
     const unsigned requests = argc > 2 ? (unsigned)atoi(argv[2]) : 10000;
     const int reps = 5;
-    BenchNginx nginx;
+    LocalNginx nginx;
     const std::string base = nginx.url("");
     if (system(("head -c " + std::to_string(mib) + "M /dev/urandom > " + nginx.www() +
                 "/big.bin && head -c 1024 /dev/urandom > " + nginx.www() + "/k.bin")

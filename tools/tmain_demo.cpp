@@ -1,9 +1,10 @@
-// tmain demo: mirrors a directory of generated asset files through a
-// CacheFileSystem over a local source, reads some files partly and some
-// wholly, and prints what the cache holds and what was fetched.
+// tmain demo: serves a directory of generated asset files with a local nginx,
+// mirrors it through a CacheFileSystem over an HTTPFileSystem, reads some
+// files partly and some wholly, and prints what the cache holds and what the
+// server sent (from its access log).
 //
 //   tmain_demo [work-directory] [--keep]
-#include <atomic>
+#include "LocalNginx.h"
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,37 +18,6 @@ using namespace tarso;
 using platform::FileOperations;
 
 namespace {
-
-std::atomic<unsigned long long> gFetched{0};
-
-// The source counts every byte its streams deliver: what a remote server
-// would have sent.
-class CountingStream : public stream::FileInputStream {
-public:
-    explicit CountingStream(const char* path) : stream::FileInputStream(path, 65536) {}
-    using stream::InputStream::read;
-    unsigned read(void* buffer, unsigned size, unsigned count) override {
-        unsigned n = stream::FileInputStream::read(buffer, size, count);
-        gFetched += n;
-        return n;
-    }
-};
-
-class CountingFile : public vfs::SimpleFile {
-public:
-    CountingFile(const char* path, vfs::FileSystem* owner) : vfs::SimpleFile(path, owner) {}
-    stream::InputStream* getInputStream() override { return new CountingStream(getAbsolutePath()); }
-};
-
-class CountingSource : public vfs::SimpleFileSystem {
-public:
-    explicit CountingSource(const char* root) : vfs::SimpleFileSystem(root) {}
-    using vfs::SimpleFileSystem::lookup;
-    vfs::File* lookup(const char* path, vfs::LookupData* data) override {
-        ::core::SmartPtr<vfs::File> probe(vfs::SimpleFileSystem::lookup(path, data));
-        return new CountingFile(path, this);
-    }
-};
 
 struct Asset {
     const char* path;
@@ -151,13 +121,15 @@ int main(int argc, char** argv) {
     printf("tmain demo: %u asset files (%llu bytes) in %s\n", (unsigned)(sizeof(assets) / sizeof(assets[0])),
            total, sourceRoot.c_str());
 
-    ::core::SmartPtr<vfs::FileSystem> source(new CountingSource(sourceRoot.c_str()));
+    LocalNginx nginx(sourceRoot);
+    printf("served by nginx at %s\n", nginx.url("/").c_str());
+    ::core::SmartPtr<vfs::FileSystem> source(new vfs::HTTPFileSystem(nginx.url("/").c_str(), 4000, 4000));
     ::core::SmartPtr<vfs::CacheFileSystem> cache(new vfs::CacheFileSystem(
         cacheRoot.c_str(), source.get(), vfs::CacheFileSystem::CachePolicy::DEFAULT, 65536, 4));
 
     bool allGood = true;
     for (int pass = 1; pass <= 2; ++pass) {
-        unsigned long long before = gFetched;
+        unsigned long long before = nginx.bytesSent();
         unsigned long long delivered = 0;
         for (const Asset& a : assets) {
             ::core::SmartPtr<vfs::File> f(cache->lookup(a.path));
@@ -181,17 +153,19 @@ int main(int argc, char** argv) {
                 allGood = false;
             }
         }
-        printf("\npass %d: %llu bytes read by the application, %llu bytes fetched from the source\n", pass,
-               delivered, gFetched - before);
+        printf("\npass %d: %llu bytes read by the application, %llu bytes sent by the server\n", pass,
+               delivered, nginx.bytesSent() - before);
     }
 
     printf("\ncache at %s:\n", cacheRoot.c_str());
     unsigned partial = 0, complete = 0;
     listCache(cacheRoot, cacheRoot, partial, complete);
-    printf("\n%u complete, %u partial; cache size %llu bytes; %llu bytes fetched from the source in all "
-           "(%.1f%% of "
-           "the assets)\n",
-           complete, partial, cache->getCacheSize(), gFetched.load(), 100.0 * gFetched / total);
+    const unsigned long long sent = nginx.bytesSent();
+    printf("\n%u complete, %u partial; cache size %llu bytes; %llu bytes sent by the server in all "
+           "(%.1f%% of the assets)\n",
+           complete, partial, cache->getCacheSize(), sent, 100.0 * sent / total);
+    printf(
+        "(a partial read cut short still counts what the server had already pushed into the connection)\n");
     printf("every byte handed out matched the source: %s\n", allGood ? "yes" : "NO");
 
     cache = nullptr;

@@ -71,6 +71,13 @@ TEST_F(HttpCache, OneGetThenTheDisk) {
     // Read again, in small pieces: from the disk, not a byte over the wire.
     EXPECT_TRUE(data == readThrough(cache.get(), "c.bin", 1000));
     EXPECT_EQ(lines, logFor("/root/c.bin"));
+
+    // A reader that starts mid-file costs one ranged request, from there.
+    const std::string mid = put("m.bin", 100000, 12, 1400000000);
+    EXPECT_TRUE(mid.substr(60000, 5000) == readRange("m.bin", 60000, 5000));
+    lines = logFor("/root/m.bin");
+    ASSERT_EQ(2u, lines.size());
+    EXPECT_EQ("GET /root/m.bin \"bytes=60000-99999\" 206", lines[1].substr(0, lines[1].rfind(' ')));
 }
 
 TEST_F(HttpCache, CrashedReaderResumesWithOneRangedGet) {

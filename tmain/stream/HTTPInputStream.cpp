@@ -76,7 +76,11 @@ void HTTPInputStream::checkHandle() const {
         throw StreamAbortedException("%s", ABORTED);
 }
 
-void HTTPInputStream::open(EOpenMode) {
+void HTTPInputStream::open(EOpenMode mode) {
+    openAt(mode, 0);
+}
+
+void HTTPInputStream::openAt(EOpenMode, unsigned position) {
     close();
     if (!mFS->isIOEnabled())
         throw StreamAbortedException("HTTPFileSystem::mIOEnabled");
@@ -84,8 +88,13 @@ void HTTPInputStream::open(EOpenMode) {
     mPosition = 0;
     mError = false;
     mSize = mExpectedSize > 0 ? mExpectedSize : -1;
-    sendRequest(0, false, PHASE_OPEN);
+    // A start at or past the known end still asks for the whole body, so that
+    // a missing file is reported here as it would be by open().
+    const bool ranged = position > 0 && (mSize < 0 || position < mSize);
+    sendRequest(ranged ? position : 0, ranged, PHASE_OPEN);
     mOpen = true;
+    if (position > 0 && !ranged)
+        seek((int)position, SM_BEGIN);
 }
 
 void HTTPInputStream::closeRequest() {

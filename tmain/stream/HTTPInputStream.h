@@ -39,6 +39,10 @@ public:
     using InputStream::read;
 
     void open(EOpenMode mode) override;
+    /// Opens with the first request starting at `position` (a ranged request
+    /// when it is not 0), so that a reader that starts mid-file costs one
+    /// request, and the server sends nothing before the position.
+    void openAt(EOpenMode mode, unsigned position);
     void close() override;
     bool isOpen() const override { return mOpen; }
     void seek(int offset, ESeekMode mode) override;

@@ -1,3 +1,4 @@
+#include <tmain/stream/HTTPInputStream.h>
 #include <tmain/vfs/CacheInputStream.h>
 
 #include <climits>
@@ -60,8 +61,20 @@ unsigned CacheInputStream::available() const {
 unsigned CacheInputStream::fetch(unsigned position, unsigned char* target, unsigned length) {
     if (!mSourceStream) {
         mSourceStream.reset(mFile->getSource()->getInputStream());
-        mSourceStream->open(OM_READ | OM_BINARY);
-        mSourcePosition = 0;
+        // An HTTP source starts where the first missing byte is: one ranged
+        // request instead of a whole-body request and a second ranged one.
+        try {
+            if (auto* http = dynamic_cast<tarso::stream::HTTPInputStream*>(mSourceStream.get())) {
+                http->openAt(OM_READ | OM_BINARY, position);
+                mSourcePosition = http->tell();
+            } else {
+                mSourceStream->open(OM_READ | OM_BINARY);
+                mSourcePosition = 0;
+            }
+        } catch (...) {
+            mSourceStream.reset(); // opened anew next time
+            throw;
+        }
     }
     if (mSourcePosition != position) {
         // Whatever happens to the seek, the source's position is unknown until it succeeds.
