@@ -33,14 +33,15 @@ int listenLoopback(unsigned short& port) {
 
 namespace {
 
-/// Starts argv with the given environment additions; `keepFd` stays open in
-/// the child (the inherited listening socket), `errPipe` receives stderr.
-int spawn(const std::vector<std::string>& argv, const std::vector<std::string>& env, int keepFd, int errFd) {
+/// Starts argv with the given environment additions; `keepFds` stay open in
+/// the child (the inherited listening sockets), `errFd` receives stderr.
+int spawn(const std::vector<std::string>& argv, const std::vector<std::string>& env,
+          const std::vector<int>& keepFds, int errFd) {
     pid_t pid = fork();
     if (pid != 0)
         return pid;
-    if (keepFd >= 0)
-        fcntl(keepFd, F_SETFD, 0);
+    for (int fd : keepFds)
+        fcntl(fd, F_SETFD, 0);
     if (errFd >= 0)
         dup2(errFd, 2);
     int devnull = open("/dev/null", O_RDWR);
@@ -74,11 +75,29 @@ std::string which(const char* tool) {
 
 } // namespace
 
-Nginx::Nginx(const std::string& root, const std::string& extra) {
+bool makeSelfSignedCertificate(const std::string& certificateFile, const std::string& keyFile) {
+    return run("openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=127.0.0.1 -addext "
+               "subjectAltName=IP:127.0.0.1,DNS:localhost -keyout '" +
+               keyFile + "' -out '" + certificateFile + "' 2>/dev/null") == 0;
+}
+
+Nginx::Nginx(const std::string& root, const std::string& extra) : Nginx(root, extra, Tls()) {}
+
+Nginx::Nginx(const std::string& root, const std::string& extra, const Tls& tls) {
     std::string nginx = which("nginx");
     if (nginx.empty())
         return;
     int fd = listenLoopback(mPort);
+    std::vector<int> fds = {fd};
+    std::string listen = "    listen 127.0.0.1:" + std::to_string(mPort) + ";\n";
+    if (!tls.certificateFile.empty()) {
+        fds.push_back(listenLoopback(mTlsPort));
+        listen += "    listen 127.0.0.1:" + std::to_string(mTlsPort) + " ssl;\n    ssl_certificate " +
+                  tls.certificateFile + ";\n    ssl_certificate_key " + tls.keyFile + ";\n";
+    }
+    std::string inherited;
+    for (int f : fds)
+        inherited += std::to_string(f) + ";";
     const std::string& d = mDir.path();
     // The worker runs as root only when the tests do, so that it can read
     // the test's private directories.
@@ -92,12 +111,12 @@ Nginx::Nginx(const std::string& root, const std::string& extra) {
                   "/access.log ranges;\n  default_type application/octet-stream;\n  client_body_temp_path " +
                   d + ";\n  proxy_temp_path " + d + ";\n  fastcgi_temp_path " + d + ";\n  uwsgi_temp_path " +
                   d + ";\n  scgi_temp_path " + d + ";\n  keepalive_requests 1000000;\n  sendfile on;\n" +
-                  "  server {\n    listen 127.0.0.1:" + std::to_string(mPort) + ";\n    root " + root +
-                  ";\n" + extra + "\n  }\n}\n");
-    mPid = spawn({nginx, "-p", d, "-e", d + "/error.log", "-c", d + "/nginx.conf"},
-                 {"NGINX=" + std::to_string(fd) + ";"}, fd, -1);
-    // nginx owns the socket now; it accepts what queues meanwhile.
-    close(fd);
+                  "  server {\n" + listen + "    root " + root + ";\n" + extra + "\n  }\n}\n");
+    mPid = spawn({nginx, "-p", d, "-e", d + "/error.log", "-c", d + "/nginx.conf"}, {"NGINX=" + inherited},
+                 fds, -1);
+    // nginx owns the sockets now; it accepts what queues meanwhile.
+    for (int f : fds)
+        close(f);
 }
 
 Nginx::~Nginx() {
@@ -114,6 +133,10 @@ std::string Nginx::accessLog() const {
 
 std::string Nginx::url(const std::string& path) const {
     return "http://127.0.0.1:" + std::to_string(mPort) + path;
+}
+
+std::string Nginx::tlsUrl(const std::string& path) const {
+    return "https://127.0.0.1:" + std::to_string(mTlsPort) + path;
 }
 
 Squid::Squid() {
@@ -135,7 +158,7 @@ Squid::Squid() {
     int p[2];
     if (pipe2(p, O_CLOEXEC) != 0)
         return;
-    mPid = spawn({squid, "-N", "-d", "1", "-f", d + "/squid.conf"}, {}, -1, p[1]);
+    mPid = spawn({squid, "-N", "-d", "1", "-f", d + "/squid.conf"}, {}, {}, p[1]);
     close(p[1]);
     // Wait for the line that says the port is open (or for squid to die).
     std::string err;

@@ -14,16 +14,32 @@ namespace tmaintest {
 /// A listening TCP socket on 127.0.0.1 with a port chosen by the system.
 int listenLoopback(unsigned short& port);
 
-/// nginx serving `root` on 127.0.0.1. The listening socket is made here and
+/// Writes a self-signed certificate for 127.0.0.1 and localhost and its
+/// private key as PEM files, with the openssl command line; false when
+/// openssl failed.
+bool makeSelfSignedCertificate(const std::string& certificateFile, const std::string& keyFile);
+
+/// nginx serving `root` on 127.0.0.1. The listening sockets are made here and
 /// handed to nginx (its NGINX inheritance variable), so it accepts as soon as
 /// the constructor returns: no waiting for start-up.
 class Nginx {
 public:
+    /// PEM files for a second, TLS listener serving the same server block.
+    struct Tls {
+        std::string certificateFile;
+        std::string keyFile;
+    };
     /// `extraServerConfig` is pasted into the server block.
     explicit Nginx(const std::string& root, const std::string& extraServerConfig = "");
+    /// With a TLS listener as well (tlsPort(), tlsUrl()).
+    Nginx(const std::string& root, const std::string& extraServerConfig, const Tls& tls);
     ~Nginx();
     unsigned short port() const { return mPort; }
     std::string url(const std::string& path) const;
+    /// 0 without a TLS listener.
+    unsigned short tlsPort() const { return mTlsPort; }
+    /// "https://127.0.0.1:<tlsPort>" + path.
+    std::string tlsUrl(const std::string& path) const;
     bool running() const { return mPid > 0; }
     /// One line per request: method, URI, "range header", status, body bytes
     /// sent. The single worker writes a line as its request ends, before it
@@ -33,6 +49,7 @@ public:
 private:
     TempDir mDir;
     unsigned short mPort = 0;
+    unsigned short mTlsPort = 0;
     int mPid = -1;
 };
 
