@@ -11,7 +11,7 @@ PACKAGES=(
   clang libclang-rt-14-dev llvm
   libglm-dev libcereal-dev libboost-serialization-dev
   gzip pigz zip unzip python3 coreutils
-  nginx-light squid curl gss-ntlmssp libkrb5-dev
+  nginx-light squid curl openssl gss-ntlmssp libkrb5-dev
 )
 
 missing=()
