@@ -141,6 +141,10 @@ TEST_F(ProxyTlsTest, UntrustedCertificateFailsVerification) {
         setenv("https_proxy", ("http://127.0.0.1:" + std::to_string(proxy.port())).c_str(), 1);
         EXPECT_THROW(tls->exists("a.bin"), vfs::HTTPException);
     }
+    // Through a proxy that lets the tunnel up, the server's certificate still decides.
+    setenv("https_proxy", ("http://127.0.0.1:" + std::to_string(squid.port())).c_str(), 1);
+    tls->setFastLookup(false);
+    EXPECT_MESSAGE(vfs::HTTPException, head, ::core::SmartPtr<vfs::File>(tls->lookup("a.bin")));
     const std::string target = "127.0.0.1:" + std::to_string(nginx->tlsPort());
     EXPECT_EQ("CONNECT " + target + " HTTP/1.1\r\nHost: " + target + "\r\n",
               connect.substr(0, connect.find("User-Agent:")));

@@ -194,6 +194,9 @@ public:
             curl_easy_setopt(e, CURLOPT_CONNECTTIMEOUT_MS, (long)ct);
         if (!mPool->useSystemProxies.load())
             curl_easy_setopt(e, CURLOPT_PROXY, ""); // ignore http_proxy and friends
+        // Through a proxy, an https request first gets the proxy's answer to
+        // CONNECT: that head is not the server's and must not end the wait.
+        curl_easy_setopt(e, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
         curl_easy_setopt(e, CURLOPT_HEADERFUNCTION, &CurlRequest::onHeader);
         curl_easy_setopt(e, CURLOPT_HEADERDATA, this);
         curl_easy_setopt(e, CURLOPT_WRITEFUNCTION, &CurlRequest::onBody);
