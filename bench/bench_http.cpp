@@ -54,7 +54,7 @@ unsigned long long get(Connection& c, const std::string& url) {
 int main(int argc, char** argv) {
     const unsigned mib = argc > 1 ? (unsigned)atoi(argv[1]) : 256;
     const unsigned requests = argc > 2 ? (unsigned)atoi(argv[2]) : 10000;
-    const int reps = 5;
+    const int reps = 9;
     LocalNginx nginx;
     const std::string base = nginx.url("");
     if (system(("head -c " + std::to_string(mib) + "M /dev/urandom > " + nginx.www() +
