@@ -2,40 +2,58 @@
 // An nginx serving a temporary tree under /root, and helpers to read through
 // the HTTP file system.
 #include "../support/HttpPeers.h"
+#include <functional>
 #include <memory>
 #include <string>
-#include <sys/time.h>
 #include <tmain/foundation/SmartPtr.h>
 #include <tmain/stream/InputStream.h>
 #include <tmain/vfs/File.h>
 #include <tmain/vfs/HTTPFileSystem.h>
 #include <utime.h>
 #include <vector>
-#include <zlib.h>
 
 namespace tmaintest {
 
 class HttpfsFixture : public ::testing::Test {
+public:
+    /// `path` of `on`, opened for binary reading.
+    static std::unique_ptr<tarso::stream::InputStream> open(tarso::vfs::FileSystem* on, const char* path) {
+        core::SmartPtr<tarso::vfs::File> f(on->lookup(path));
+        std::unique_ptr<tarso::stream::InputStream> in(f->getInputStream());
+        in->open(tarso::stream::Stream::OM_READ | tarso::stream::Stream::OM_BINARY);
+        return in;
+    }
+    static std::string readN(tarso::stream::InputStream* in, unsigned n) {
+        std::string out(n, '\0');
+        out.resize(in->read(&out[0], 1, n));
+        return out;
+    }
+    static std::string readAll(tarso::stream::InputStream* in, unsigned chunk = 65536) {
+        std::string out, buf(chunk, '\0');
+        for (unsigned n; (n = in->read(&buf[0], 1, chunk)) > 0;)
+            out.append(buf, 0, n);
+        return out;
+    }
+    /// The status of the HTTPException `f` throws, -1 without one.
+    static int statusOf(const std::function<void()>& f) {
+        try {
+            f();
+        } catch (const tarso::vfs::HTTPException& e) {
+            return e.getStatusCode();
+        }
+        return -1;
+    }
+
 protected:
     void SetUp() override {
         TMAIN_REQUIRE_TOOL("nginx");
-        mkdirs(docs.path() + "/root/z");
+        run("mkdir -p '" + docs.path() + "/root/z'");
         nginx.reset(new Nginx(docs.path(), "    location /root/z/ { add_header Content-Encoding deflate; }\n"
                                            "    location = /root/busy { return 503; }\n"
                                            "    location = /root/moved { return 302 /root/a.bin; }\n"));
         ASSERT_TRUE(nginx->running());
         fs = new tarso::vfs::HTTPFileSystem(nginx->url("/root").c_str(), 5000, 5000);
     }
-
-public:
-    static std::string readN(tarso::stream::InputStream* in, unsigned n) {
-        std::string out(n, '\0');
-        out.resize(in->read(&out[0], 1, n));
-        return out;
-    }
-
-protected:
-    static void mkdirs(const std::string& dir) { run("mkdir -p '" + dir + "'"); }
     /// A file under the served root with a fixed modification time.
     std::string put(const std::string& path, size_t size, unsigned seed, long mtime = 1500000000) {
         std::string data = randomBytes(size, seed);
@@ -48,31 +66,12 @@ protected:
         struct utimbuf t = {mtime, mtime};
         utime(abs.c_str(), &t);
     }
-    static std::string zlibOf(const std::string& data) {
-        uLongf n = compressBound(data.size());
-        std::string out(n, '\0');
-        compress2((Bytef*)&out[0], &n, (const Bytef*)data.data(), data.size(), 6);
-        out.resize(n);
-        return out;
-    }
-    std::unique_ptr<tarso::stream::InputStream> openStream(const char* path) {
-        core::SmartPtr<tarso::vfs::File> f(fs->lookup(path));
-        std::unique_ptr<tarso::stream::InputStream> in(f->getInputStream());
-        in->open(tarso::stream::Stream::OM_READ | tarso::stream::Stream::OM_BINARY);
-        return in;
-    }
-    static std::string readAll(tarso::stream::InputStream* in, unsigned chunk = 65536) {
-        std::string out, buf(chunk, '\0');
-        for (unsigned n; (n = in->read(&buf[0], 1, chunk)) > 0;)
-            out.append(buf, 0, n);
-        return out;
-    }
+    std::unique_ptr<tarso::stream::InputStream> openStream(const char* path) { return open(fs.get(), path); }
     /// Access log lines whose URI is `uri`.
     std::vector<std::string> logFor(const std::string& uri) const {
         std::vector<std::string> out;
         std::string log = nginx->accessLog();
-        size_t pos = 0;
-        for (size_t end; (end = log.find('\n', pos)) != std::string::npos; pos = end + 1) {
+        for (size_t pos = 0, end; (end = log.find('\n', pos)) != std::string::npos; pos = end + 1) {
             std::string line = log.substr(pos, end - pos);
             size_t sp = line.find(' ');
             if (sp != std::string::npos && line.compare(sp + 1, uri.size() + 1, uri + " ") == 0)

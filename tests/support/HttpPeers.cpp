@@ -16,22 +16,15 @@
 
 namespace tmaintest {
 
-int listenLoopback(unsigned short& port) {
-    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    int one = 1;
-    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof(one));
+namespace {
+
+sockaddr_in loopback(unsigned short port) {
     sockaddr_in a{};
     a.sin_family = AF_INET;
+    a.sin_port = htons(port);
     a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof(a);
-    if (bind(fd, (sockaddr*)&a, sizeof(a)) != 0 || listen(fd, 128) != 0 ||
-        getsockname(fd, (sockaddr*)&a, &len) != 0)
-        throw std::runtime_error(std::string("loopback listen failed: ") + strerror(errno));
-    port = ntohs(a.sin_port);
-    return fd;
+    return a;
 }
-
-namespace {
 
 /// Starts argv with the given environment additions; `keepFds` stay open in
 /// the child (the inherited listening sockets), `errFd` receives stderr.
@@ -58,22 +51,30 @@ int spawn(const std::vector<std::string>& argv, const std::vector<std::string>& 
 }
 
 void stop(int& pid) {
-    if (pid <= 0)
-        return;
-    kill(pid, SIGKILL);
-    waitpid(pid, nullptr, 0);
+    if (pid > 0 && kill(pid, SIGKILL) == 0)
+        waitpid(pid, nullptr, 0);
     pid = -1;
 }
 
 std::string which(const char* tool) {
     std::string out;
     run(std::string("command -v ") + tool, &out);
-    while (!out.empty() && (out.back() == '\n' || out.back() == '\r'))
-        out.pop_back();
-    return out;
+    return out.substr(0, out.find_first_of("\r\n"));
 }
 
 } // namespace
+
+int listenLoopback(unsigned short& port) {
+    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), one = 1;
+    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof(one));
+    sockaddr_in a = loopback(0);
+    socklen_t len = sizeof(a);
+    if (bind(fd, (sockaddr*)&a, sizeof(a)) != 0 || listen(fd, 128) != 0 ||
+        getsockname(fd, (sockaddr*)&a, &len) != 0)
+        throw std::runtime_error(std::string("loopback listen failed: ") + strerror(errno));
+    port = ntohs(a.sin_port);
+    return fd;
+}
 
 bool makeSelfSignedCertificate(const std::string& certificateFile, const std::string& keyFile) {
     return run("openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=127.0.0.1 -addext "
@@ -81,14 +82,11 @@ bool makeSelfSignedCertificate(const std::string& certificateFile, const std::st
                keyFile + "' -out '" + certificateFile + "' 2>/dev/null") == 0;
 }
 
-Nginx::Nginx(const std::string& root, const std::string& extra) : Nginx(root, extra, Tls()) {}
-
 Nginx::Nginx(const std::string& root, const std::string& extra, const Tls& tls) {
     std::string nginx = which("nginx");
     if (nginx.empty())
         return;
-    int fd = listenLoopback(mPort);
-    std::vector<int> fds = {fd};
+    std::vector<int> fds = {listenLoopback(mPort)};
     std::string listen = "    listen 127.0.0.1:" + std::to_string(mPort) + ";\n";
     if (!tls.certificateFile.empty()) {
         fds.push_back(listenLoopback(mTlsPort));
@@ -101,17 +99,16 @@ Nginx::Nginx(const std::string& root, const std::string& extra, const Tls& tls) 
     const std::string& d = mDir.path();
     // The worker runs as root only when the tests do, so that it can read
     // the test's private directories.
-    std::string user = geteuid() == 0 ? "user root root;\n" : "";
-    writeFile(d + "/nginx.conf",
-              user + "daemon off;\nworker_processes 1;\npid " + d + "/nginx.pid;\n" + "error_log " + d +
-                  "/error.log;\nevents { worker_connections 256; }\nhttp {\n" +
-                  "  log_format ranges '$request_method $uri \"$http_range\" $status $body_bytes_sent';\n  "
-                  "access_log " +
-                  d +
-                  "/access.log ranges;\n  default_type application/octet-stream;\n  client_body_temp_path " +
-                  d + ";\n  proxy_temp_path " + d + ";\n  fastcgi_temp_path " + d + ";\n  uwsgi_temp_path " +
-                  d + ";\n  scgi_temp_path " + d + ";\n  keepalive_requests 1000000;\n  sendfile on;\n" +
-                  "  server {\n" + listen + "    root " + root + ";\n" + extra + "\n  }\n}\n");
+    std::string conf = geteuid() == 0 ? "user root root;\n" : "";
+    conf += "daemon off;\nworker_processes 1;\npid " + d + "/nginx.pid;\nerror_log " + d +
+            "/error.log;\nevents { worker_connections 256; }\nhttp {\n"
+            "  log_format ranges '$request_method $uri \"$http_range\" $status $body_bytes_sent';\n"
+            "  access_log " +
+            d + "/access.log ranges;\n  default_type application/octet-stream;\n";
+    for (const char* temp : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"})
+        conf += std::string("  ") + temp + "_temp_path " + d + ";\n";
+    writeFile(d + "/nginx.conf", conf + "  keepalive_requests 1000000;\n  sendfile on;\n  server {\n" +
+                                     listen + "    root " + root + ";\n" + extra + "\n  }\n}\n");
     mPid = spawn({nginx, "-p", d, "-e", d + "/error.log", "-c", d + "/nginx.conf"}, {"NGINX=" + inherited},
                  fds, -1);
     // nginx owns the sockets now; it accepts what queues meanwhile.
@@ -121,10 +118,8 @@ Nginx::Nginx(const std::string& root, const std::string& extra, const Tls& tls) 
 
 Nginx::~Nginx() {
     // The master stops its worker before it exits.
-    if (mPid > 0) {
-        kill(mPid, SIGTERM);
+    if (mPid > 0 && kill(mPid, SIGTERM) == 0)
         waitpid(mPid, nullptr, 0);
-    }
 }
 
 std::string Nginx::accessLog() const {
@@ -141,56 +136,46 @@ std::string Nginx::tlsUrl(const std::string& path) const {
 
 Squid::Squid() {
     std::string squid = which("squid");
-    if (squid.empty())
+    int p[2];
+    if (squid.empty() || pipe2(p, O_CLOEXEC) != 0)
         return;
     // squid drops to its own user: the directory must be writable for it.
     chmod(mDir.path().c_str(), 0777);
-    int probe = listenLoopback(mPort);
-    close(probe);
+    close(listenLoopback(mPort));
     const std::string& d = mDir.path();
     writeFile(d + "/squid.conf",
               "http_port 127.0.0.1:" + std::to_string(mPort) +
-                  "\nhttp_access allow all\nstrip_query_terms off\ncache deny all\ncache_mem 8 MB\n"
-                  "access_log stdio:" +
+                  "\nhttp_access allow all\nstrip_query_terms off\ncache deny all\n"
+                  "cache_mem 8 MB\naccess_log stdio:" +
                   d + "/access.log\ncache_log /dev/null\npid_filename none\ncoredump_dir " + d +
                   "\nnetdb_filename none\nvisible_hostname localhost\n"
                   "shutdown_lifetime 0 seconds\nlogfile_rotate 0\n");
-    int p[2];
-    if (pipe2(p, O_CLOEXEC) != 0)
-        return;
     mPid = spawn({squid, "-N", "-d", "1", "-f", d + "/squid.conf"}, {}, {}, p[1]);
     close(p[1]);
     // Wait for the line that says the port is open (or for squid to die).
+    const char* const ready = "Accepting HTTP Socket connections";
     std::string err;
     char buf[4096];
-    ssize_t n;
-    while (err.find("Accepting HTTP Socket connections") == std::string::npos &&
-           (n = read(p[0], buf, sizeof(buf))) > 0)
+    for (ssize_t n; err.find(ready) == std::string::npos && (n = read(p[0], buf, sizeof(buf))) > 0;)
         err.append(buf, (size_t)n);
-    if (err.find("Accepting HTTP Socket connections") == std::string::npos) {
+    if (err.find(ready) == std::string::npos) {
         fprintf(stderr, "squid did not start:\n%s\n", err.c_str());
         stop(mPid);
     }
     // squid reports the port before its acceptor calls listen(): until then a
     // connect is refused. Try until one gets through, or squid is gone.
-    while (mPid > 0) {
+    for (sockaddr_in a = loopback(mPort); mPid > 0; sched_yield()) {
         int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_port = htons(mPort);
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         const bool open = connect(fd, (sockaddr*)&a, sizeof(a)) == 0;
         close(fd);
         if (open)
             break;
         if (waitpid(mPid, nullptr, WNOHANG) == mPid)
             mPid = -1;
-        sched_yield();
     }
     // Keep draining squid's stderr so it never blocks on a full pipe.
     std::thread([fd = p[0]] {
-        char b[4096];
-        while (read(fd, b, sizeof(b)) > 0) {
+        for (char b[4096]; read(fd, b, sizeof(b)) > 0;) {
         }
         close(fd);
     }).detach();
@@ -204,54 +189,46 @@ std::string Squid::accessLog() const {
     return readFile(mDir.file("access.log"));
 }
 
-std::string ScriptedConnection::readRequest() {
-    for (;;) {
-        size_t end = mPending.find("\r\n\r\n");
-        if (end != std::string::npos) {
-            std::string head = mPending.substr(0, end + 4);
-            size_t length = 0;
-            std::string lower = head;
-            for (auto& c : lower)
-                c = (char)tolower((unsigned char)c);
-            size_t cl = lower.find("\r\ncontent-length:");
-            if (cl != std::string::npos)
-                length = strtoul(head.c_str() + cl + 17, nullptr, 10);
-            while (mPending.size() < end + 4 + length) {
-                char buf[65536];
-                ssize_t n = recv(mFd, buf, sizeof(buf), 0);
-                if (n <= 0)
-                    return "";
-                mPending.append(buf, (size_t)n);
-            }
-            std::string request = mPending.substr(0, end + 4 + length);
-            mPending.erase(0, end + 4 + length);
-            ++mRequests;
-            return request;
-        }
-        char buf[65536];
-        ssize_t n = recv(mFd, buf, sizeof(buf), 0);
-        if (n <= 0)
-            return "";
+bool ScriptedConnection::receive() {
+    char buf[65536];
+    ssize_t n = recv(mFd, buf, sizeof(buf), 0);
+    if (n > 0)
         mPending.append(buf, (size_t)n);
-    }
+    return n > 0;
+}
+
+std::string ScriptedConnection::readRequest() {
+    size_t end;
+    while ((end = mPending.find("\r\n\r\n")) == std::string::npos)
+        if (!receive())
+            return "";
+    std::string lower = mPending.substr(0, end + 4);
+    for (auto& c : lower)
+        c = (char)tolower((unsigned char)c);
+    size_t cl = lower.find("\r\ncontent-length:");
+    size_t size = end + 4 + (cl == std::string::npos ? 0 : strtoul(lower.c_str() + cl + 17, nullptr, 10));
+    while (mPending.size() < size)
+        if (!receive())
+            return "";
+    std::string request = mPending.substr(0, size);
+    mPending.erase(0, size);
+    return request;
 }
 
 std::string ScriptedConnection::readUntilClose() {
-    std::string all = mPending;
-    mPending.clear();
-    char buf[65536];
-    ssize_t n;
-    while ((n = recv(mFd, buf, sizeof(buf), 0)) > 0)
-        all.append(buf, (size_t)n);
+    while (receive()) {
+    }
+    std::string all;
+    all.swap(mPending);
     return all;
 }
 
 void ScriptedConnection::send(const std::string& bytes) {
-    size_t done = 0;
-    while (done < bytes.size()) {
+    // A failed send means the client went away; the handler's remaining sends are moot.
+    for (size_t done = 0; done < bytes.size();) {
         ssize_t n = ::send(mFd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
         if (n <= 0)
-            return; // the client went away; the handler's remaining sends are moot
+            return;
         done += (size_t)n;
     }
 }
@@ -262,17 +239,14 @@ void ScriptedConnection::shutdownWrite() {
 
 ScriptedServer::ScriptedServer(Handler handler) : mHandler(std::move(handler)) {
     mListen = listenLoopback(mPort);
-    int p[2];
-    if (pipe2(p, O_CLOEXEC) != 0)
+    if (pipe2(mWake, O_CLOEXEC) != 0)
         throw std::runtime_error("pipe failed");
-    mWakeRead = p[0];
-    mWakeWrite = p[1];
     mAcceptThread = std::thread([this] { acceptLoop(); });
 }
 
 void ScriptedServer::acceptLoop() {
     for (;;) {
-        pollfd fds[2] = {{mListen, POLLIN, 0}, {mWakeRead, POLLIN, 0}};
+        pollfd fds[2] = {{mListen, POLLIN, 0}, {mWake[0], POLLIN, 0}};
         if (poll(fds, 2, -1) < 0 && errno == EINTR)
             continue;
         if (fds[1].revents)
@@ -295,7 +269,7 @@ void ScriptedServer::acceptLoop() {
 
 ScriptedServer::~ScriptedServer() {
     char b = 0;
-    (void)!write(mWakeWrite, &b, 1);
+    (void)!write(mWake[1], &b, 1);
     mAcceptThread.join();
     {
         // Handlers blocked in recv wake up with an end of stream.
@@ -307,9 +281,8 @@ ScriptedServer::~ScriptedServer() {
         t.join();
     for (int fd : mOpen)
         close(fd);
-    close(mListen);
-    close(mWakeRead);
-    close(mWakeWrite);
+    for (int fd : {mListen, mWake[0], mWake[1]})
+        close(fd);
 }
 
 std::string ScriptedServer::url(const std::string& path) const {

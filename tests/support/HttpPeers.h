@@ -4,7 +4,7 @@
 #include "TestSupport.h"
 #include <atomic>
 #include <functional>
-#include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -14,9 +14,8 @@ namespace tmaintest {
 /// A listening TCP socket on 127.0.0.1 with a port chosen by the system.
 int listenLoopback(unsigned short& port);
 
-/// Writes a self-signed certificate for 127.0.0.1 and localhost and its
-/// private key as PEM files, with the openssl command line; false when
-/// openssl failed.
+/// Self-signed PEM certificate for 127.0.0.1 and localhost plus its key, made
+/// by openssl; false when openssl failed.
 bool makeSelfSignedCertificate(const std::string& certificateFile, const std::string& keyFile);
 
 /// nginx serving `root` on 127.0.0.1. The listening sockets are made here and
@@ -26,19 +25,16 @@ class Nginx {
 public:
     /// PEM files for a second, TLS listener serving the same server block.
     struct Tls {
-        std::string certificateFile;
-        std::string keyFile;
+        std::string certificateFile, keyFile;
     };
     /// `extraServerConfig` is pasted into the server block.
-    explicit Nginx(const std::string& root, const std::string& extraServerConfig = "");
-    /// With a TLS listener as well (tlsPort(), tlsUrl()).
-    Nginx(const std::string& root, const std::string& extraServerConfig, const Tls& tls);
+    explicit Nginx(const std::string& root, const std::string& extraServerConfig = "",
+                   const Tls& tls = Tls());
     ~Nginx();
     unsigned short port() const { return mPort; }
     std::string url(const std::string& path) const;
     /// 0 without a TLS listener.
     unsigned short tlsPort() const { return mTlsPort; }
-    /// "https://127.0.0.1:<tlsPort>" + path.
     std::string tlsUrl(const std::string& path) const;
     bool running() const { return mPid > 0; }
     /// One line per request: method, URI, "range header", status, body bytes
@@ -48,13 +44,12 @@ public:
 
 private:
     TempDir mDir;
-    unsigned short mPort = 0;
-    unsigned short mTlsPort = 0;
+    unsigned short mPort = 0, mTlsPort = 0;
     int mPid = -1;
 };
 
 /// squid as a plain forward proxy on 127.0.0.1, no cache. The constructor
-/// returns once squid reports that it accepts connections.
+/// returns once squid accepts connections.
 class Squid {
 public:
     Squid();
@@ -82,14 +77,11 @@ public:
     void send(const std::string& bytes);
     /// Closes the sending direction; the client sees the end of the stream.
     void shutdownWrite();
-    int fd() const { return mFd; }
-    /// Requests read on this connection so far.
-    int requests() const { return mRequests; }
 
 private:
+    bool receive();
     int mFd;
     std::string mPending;
-    int mRequests = 0;
 };
 
 /// A TCP server on 127.0.0.1 that runs `handler` on a thread of its own for
@@ -107,8 +99,7 @@ private:
     void acceptLoop();
 
     Handler mHandler;
-    int mListen = -1;
-    int mWakeRead = -1, mWakeWrite = -1;
+    int mListen = -1, mWake[2] = {-1, -1};
     unsigned short mPort = 0;
     std::atomic<int> mAccepted{0};
     std::thread mAcceptThread;
