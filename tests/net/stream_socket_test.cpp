@@ -128,12 +128,19 @@ TEST(StreamSockets, TimeoutsAndWholeBufferTransfers) {
     EXPECT_MESSAGE(TimeoutException, "Socket read timeout (>333ms)",
                    stuck.client->getOutputStream()->write(chunk.data(), 1, (unsigned)chunk.size()));
     EXPECT_EQ(Socket::SOCK_ETIMEDOUT, stuck.client->getError());
+    // Non-blocking, the same stall ends after one writable wait: no spinning,
+    // the call reports its last send's count.
+    Connection stalled(30, 50, true);
+    stalled.client->setNonBlocking(true);
+    const std::string big(4 << 20, 'w');
+    EXPECT_EQ(0u, stalled.client->getOutputStream()->write(big.data(), 1, (unsigned)big.size()));
+    EXPECT_EQ(0u, stalled.client->getOutputStream()->tell());
+    EXPECT_EQ(0, stalled.client->getError());
 
     // A peer that does not read: writeAll gives up after one wait of the read
     // timeout. What got through is counted at the peer after an orderly close.
     Connection full(30, 1000, true);
     full.client->setNonBlocking(true);
-    std::string big(4 << 20, 'w');
     std::string message =
         tmaintest::messageOf<IOException>([&] { full.client->writeAll(big.data(), (int)big.size(), 1); });
     full.client->disconnect(false);

@@ -41,6 +41,10 @@ unsigned SocketOutputStream::write(const void* buffer, unsigned size, unsigned c
         sum += (unsigned)last;
         if (mSocket->getError() != 0)
             break;
+        // A non-blocking socket that takes nothing would otherwise spin here
+        // for as long as the peer does not read.
+        if (last == 0 && !mSocket->pollWritable(-1))
+            break;
     }
     mPosition += (unsigned)last;
     return (unsigned)last;

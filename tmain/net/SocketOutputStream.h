@@ -30,7 +30,9 @@ public:
     /// after a partial one starts again at the buffer's start (with the
     /// shrinking remaining length), the loop also ends when the socket's last
     /// error is not 0, and the position advances by, and the call returns, the
-    /// last send's count rather than the sum.
+    /// last send's count rather than the sum. When a non-blocking socket takes
+    /// nothing, the loop waits with pollWritable(-1) and, when that wait
+    /// fails, ends (returning 0) instead of spinning.
     unsigned write(const void* buffer, unsigned size, unsigned count) override;
     /// A zero-length send.
     void flush() override;
