@@ -5,6 +5,7 @@
 // Runs alternate (ours, curl, ours, curl, ...); medians are compared.
 // Usage: bench_http [size-MiB] [requests]   (defaults 256 and 10000)
 #include "../tools/LocalNginx.h"
+#include "BenchTiming.h"
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -19,20 +20,8 @@
 #include <vector>
 
 using namespace tarso::http;
-using Clock = std::chrono::steady_clock;
 
 namespace {
-
-double median(std::vector<double> v) {
-    std::sort(v.begin(), v.end());
-    return v[v.size() / 2];
-}
-
-template <class F> double timed(F f) {
-    auto t = Clock::now();
-    f();
-    return std::chrono::duration<double>(Clock::now() - t).count();
-}
 
 unsigned long long get(Connection& c, const std::string& url) {
     Request req(url.c_str(), Request::GET);
@@ -57,18 +46,10 @@ int main(int argc, char** argv) {
     const int reps = 9;
     LocalNginx nginx;
     const std::string base = nginx.url("");
-    if (system(("head -c " + std::to_string(mib) + "M /dev/urandom > " + nginx.www() +
-                "/big.bin && head -c 1024 /dev/urandom > " + nginx.www() + "/k.bin")
-                   .c_str()) != 0)
-        return 1;
+    sh("head -c " + std::to_string(mib) + "M /dev/urandom > " + nginx.www() +
+       "/big.bin && head -c 1024 /dev/urandom > " + nginx.www() + "/k.bin");
     ProxyResolver::initialize();
 
-    auto sh = [](const std::string& cmd) {
-        if (system(cmd.c_str()) != 0) {
-            fprintf(stderr, "failed: %s\n", cmd.c_str());
-            exit(1);
-        }
-    };
     std::vector<double> oursBig, curlBig, oursSmall, curlSmall;
     const std::string bigUrl = base + "/big.bin";
     for (int i = 0; i < reps; ++i) {

@@ -6,6 +6,7 @@
 // Runs alternate; medians are compared.
 // Usage: bench_httpfs [size-MiB]   (default 256)
 #include "../tools/LocalNginx.h"
+#include "BenchTiming.h"
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -21,27 +22,8 @@
 #include <vector>
 
 using namespace tarso;
-using Clock = std::chrono::steady_clock;
 
 namespace {
-
-double median(std::vector<double> v) {
-    std::sort(v.begin(), v.end());
-    return v[v.size() / 2];
-}
-
-template <class F> double timed(F f) {
-    auto t = Clock::now();
-    f();
-    return std::chrono::duration<double>(Clock::now() - t).count();
-}
-
-void sh(const std::string& cmd) {
-    if (system(cmd.c_str()) != 0) {
-        fprintf(stderr, "failed: %s\n", cmd.c_str());
-        exit(1);
-    }
-}
 
 // Reads the whole file in 1 MiB pieces into a sink.
 unsigned long long readAll(vfs::FileSystem* fs, const char* path) {

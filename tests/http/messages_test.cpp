@@ -16,26 +16,9 @@
 
 using namespace tarso::http;
 using tarso::stream::ByteInputStream;
+using tmaintest::cat;
 
 namespace {
-
-// Each part followed by "|" (a null text as "null"). The parts are turned
-// into text in the order written, each as soon as it is evaluated.
-struct cat : std::string {
-    struct part : std::string {
-        part(const char* text) : std::string(text ? text : "null") {}
-        template <class T> part(const T& value) {
-            std::ostringstream out;
-            out << value;
-            assign(out.str());
-        }
-    };
-    cat(std::initializer_list<part> parts) {
-        for (const part& p : parts)
-            append(p).append("|");
-    }
-};
-#define EXPECT_JOINED(expected, ...) EXPECT_EQ(std::string(expected), std::string(cat{__VA_ARGS__}))
 
 // All parts and the text form; "SIZES|" when a size accessor disagrees (user
 // name and password must stay empty).

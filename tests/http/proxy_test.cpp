@@ -20,6 +20,7 @@
 
 using namespace tarso::http;
 using tarso::stream::ByteInputStream;
+using tmaintest::cat;
 using tmaintest::ScopedLogCapture;
 
 // gss-ntlmssp 1.2 leaks OpenSSL objects at every gss_acquire_cred (a digest
@@ -79,24 +80,6 @@ protected:
     }
     tmaintest::TempDir mDir;
 };
-
-// Each part followed by "|" (a null text as "null"). The parts are turned
-// into text in the order written, each as soon as it is evaluated.
-struct cat : std::string {
-    struct part : std::string {
-        part(const char* text) : std::string(text ? text : "null") {}
-        template <class T> part(const T& value) {
-            std::ostringstream out;
-            out << value;
-            assign(out.str());
-        }
-    };
-    cat(std::initializer_list<part> parts) {
-        for (const part& p : parts)
-            append(p).append("|");
-    }
-};
-#define EXPECT_JOINED(expected, ...) EXPECT_EQ(std::string(expected), std::string(cat{__VA_ARGS__}))
 
 std::string resolved(const char* url) {
     URL u(url);

@@ -2,7 +2,9 @@
 // Fixtures shared by the test suites: temporary directories, log capture and
 // external tools used as peers.
 #include <gtest/gtest.h>
+#include <initializer_list>
 #include <mutex>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <tmain/foundation/Logger.h>
@@ -84,6 +86,26 @@ template <class E, class F> std::string messageOf(F f) {
 }
 /// Expects the statement to throw an E whose message is exactly `text`.
 #define EXPECT_MESSAGE(E, text, ...) EXPECT_EQ(text, ::tmaintest::messageOf<E>([&] { __VA_ARGS__; }))
+
+/// Each part followed by "|" (a null text as "null"). The parts are turned
+/// into text in the order written, each as soon as it is evaluated, so one
+/// comparison can check many results.
+struct cat : std::string {
+    struct part : std::string {
+        part(const char* text) : std::string(text ? text : "null") {}
+        template <class T> part(const T& value) {
+            std::ostringstream out;
+            out << value;
+            assign(out.str());
+        }
+    };
+    cat(std::initializer_list<part> parts) {
+        for (const part& p : parts)
+            append(p).append("|");
+    }
+};
+#define EXPECT_JOINED(expected, ...)                                                                         \
+    EXPECT_EQ(std::string(expected), std::string(::tmaintest::cat{__VA_ARGS__}))
 
 /// Deterministic pseudo-random bytes.
 std::string randomBytes(size_t n, unsigned seed);
