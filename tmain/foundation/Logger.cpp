@@ -76,9 +76,7 @@ std::string SimpleLayout::format(const LogEvent& e) const {
 
 Appender::Appender(Layout* layout) : mLayout(layout ? layout : new SimpleLayout()), mThreshold(LEVEL_DEBUG) {}
 
-Appender::~Appender() {
-    delete mLayout;
-}
+Appender::~Appender() {}
 
 void Appender::doAppend(const LogEvent& event) {
     if (event.level < mThreshold || mThreshold == LEVEL_OFF)

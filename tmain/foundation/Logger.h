@@ -1,6 +1,7 @@
 #pragma once
 #include <cstdarg>
 #include <ctime>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <tmain/Export.h>
@@ -50,7 +51,7 @@ public:
 };
 
 /// Base of log destinations. Constructed with a layout it owns; receives every
-/// event at or above its threshold.
+/// event at or above its threshold. Copies share the layout.
 class TMAIN_API Appender : public core::IRefCount {
 public:
     explicit Appender(Layout* layout);
@@ -58,7 +59,7 @@ public:
 
     void setThreshold(Level level) { mThreshold = level; }
     Level getThreshold() const { return mThreshold; }
-    const Layout* getLayout() const { return mLayout; }
+    const Layout* getLayout() const { return mLayout.get(); }
 
     /// Formats with the layout and writes, when the event passes the threshold.
     void doAppend(const LogEvent& event);
@@ -67,7 +68,7 @@ protected:
     virtual void append(const LogEvent& event, const std::string& formatted) = 0;
 
 private:
-    Layout* mLayout;
+    std::shared_ptr<const Layout> mLayout;
     Level mThreshold;
 };
 

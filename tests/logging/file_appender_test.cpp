@@ -1,0 +1,163 @@
+#include "tests/support/TestSupport.h"
+
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <map>
+#include <sys/stat.h>
+#include <tmain/foundation/Exception.h>
+#include <tmain/logging/FileAppender.h>
+
+using logging::FileAppender;
+using tmaintest::readFile;
+using tmaintest::TempDir;
+using tmaintest::writeFile;
+
+namespace {
+
+/// The message and a newline: line sizes the test controls exactly.
+struct RawLayout : logging::Layout {
+    std::string format(const logging::LogEvent& e) const override { return e.message + "\n"; }
+};
+
+struct Appender : FileAppender {
+    using FileAppender::FileAppender;
+    using FileAppender::getYYYYMMDD;
+    void line(const std::string& text) { doAppend(logging::LogEvent{logging::LEVEL_INFO, "t", text, 0, ""}); }
+};
+
+std::string pad(const std::string& head, size_t size) {
+    return head + std::string(size - 1 - head.size(), '.');
+}
+
+bool exists(const std::string& path) {
+    struct stat st;
+    return stat(path.c_str(), &st) == 0;
+}
+
+TEST(FileAppender, ClampsNamesAndFailures) {
+    TempDir dir;
+    core::SmartPtr<Appender> a(
+        new Appender(dir.file("logs/app").c_str(), FileAppender::ROLL_SIZE, 10, nullptr));
+    EXPECT_JOINED("1048576|2147483648|1048576|2|5|3|", a->getMaxSize(),
+                  (a->setMaxSize(0xFFFFFFFF), a->getMaxSize()), (a->setMaxSize(10), a->getMaxSize()),
+                  (a->setMaxRollingFiles(0), a->getMaxRollingFiles()),
+                  (a->setMaxRollingFiles(9), a->getMaxRollingFiles()),
+                  (a->setMaxRollingFiles(3), a->getMaxRollingFiles()));
+    EXPECT_EQ(dir.file("logs/app.log"), a->getPath());
+    EXPECT_TRUE(exists(dir.file("logs/app.log")));
+    // The extension is taken from the file name, not from a folder name.
+    core::SmartPtr<Appender> b(new Appender(dir.file("d.x/b").c_str(), FileAppender::OVERWRITE, nullptr));
+    EXPECT_EQ(dir.file("d.x/b.log"), b->getPath());
+
+    writeFile(dir.file("plain"), "x");
+    for (const char* bad : {"plain/app.log", "plain/sub/app"})
+        EXPECT_MESSAGE(core::Exception, "(FileAppender::FileAppender) Unable to open log file for output",
+                       Appender(dir.file(bad).c_str(), FileAppender::ROLL_DAILY, nullptr));
+    EXPECT_MESSAGE(core::Exception, "(FileAppender::FileAppender) Unable to open log file for output",
+                   Appender(nullptr, FileAppender::ROLL_SIZE, nullptr));
+}
+
+TEST(FileAppender, SizeRollsKeepEveryLineWithExactNamesAndSizes) {
+    TempDir dir;
+    const std::string base = dir.file("app");
+    // An existing file is appended to, and its size counts towards the limit.
+    writeFile(base + ".txt", std::string(1048000, 'o'));
+    core::SmartPtr<Appender> a(
+        new Appender((base + ".txt").c_str(), FileAppender::ROLL_SIZE, 0, new RawLayout));
+    a->setMaxRollingFiles(3);
+    a->line(pad("L0", 1000)); // 1049000 > 1048576: rolls before writing
+    EXPECT_EQ(std::string(1048000, 'o') + "Roll (size): 1049000 > 1048576\n", readFile(base + "-1.txt"));
+    EXPECT_EQ(pad("L0", 1000) + "\n", readFile(base + ".txt"));
+    // The line that opened a file is not counted: the next roll comes 1049 lines later.
+    for (int i = 1; i <= 2 * 1049; ++i)
+        a->line(pad("L" + std::to_string(i), 1000));
+    std::string old1 = readFile(base + "-1.txt"), old2 = readFile(base + "-2.txt");
+    EXPECT_FALSE(exists(base + "-3.txt"));
+    EXPECT_EQ(1049u * 1000 + 31, old2.size());
+    EXPECT_EQ(pad("L0", 1000) + "\n", old2.substr(0, 1000));
+    EXPECT_EQ(pad("L1048", 1000) + "\nRoll (size): 1049000 > 1048576\n", old2.substr(1048 * 1000));
+    EXPECT_EQ(pad("L1049", 1000) + "\n", old1.substr(0, 1000));
+    EXPECT_EQ("Roll (size): 1049000 > 1048576\n", old1.substr(1049 * 1000));
+    EXPECT_EQ(pad("L2098", 1000) + "\n", readFile(base + ".txt"));
+
+    // Overwrite: the old file is replaced and never rolled.
+    core::SmartPtr<Appender> o(
+        new Appender((base + ".txt").c_str(), FileAppender::OVERWRITE, 0, new RawLayout));
+    for (int i = 0; i < 1100; ++i)
+        o->line(pad("O", 1000));
+    EXPECT_EQ(1100u * 1000, readFile(base + ".txt").size());
+    EXPECT_EQ(old1, readFile(base + "-1.txt"));
+    // Copies write through the same file and lock.
+    Appender copy(*o);
+    copy.line("copy");
+    EXPECT_EQ("O", readFile(base + ".txt").substr(0, 1));
+    EXPECT_EQ("copy\n", readFile(base + ".txt").substr(1100u * 1000));
+}
+
+TEST(FileAppender, DailyRollAcrossMidnightByTimeZone) {
+    const char* saved = getenv("TZ");
+    std::string savedValue = saved ? saved : "";
+    // Two zones 24 hours apart: their dates always differ by exactly one day.
+    setenv("TZ", "WEST+12", 1);
+    time_t now = time(nullptr) - 12 * 3600;
+    struct tm w, e;
+    gmtime_r(&now, &w);
+    now += 24 * 3600;
+    gmtime_r(&now, &e);
+    auto stamp = [](const tm& t) {
+        return std::to_string((t.tm_year + 1900) * 10000 + (t.tm_mon + 1) * 100 + t.tm_mday);
+    };
+
+    TempDir dir;
+    core::SmartPtr<Appender> a(
+        new Appender(dir.file("d.log").c_str(), FileAppender::ROLL_SIZE, new RawLayout));
+    a->setMode(FileAppender::ROLL_DAILY); // the day of a file made now is today, birth time or not
+    a->line("west");
+    setenv("TZ", "EAST-12", 1);
+    a->line("east");
+    a->line("east again");
+    setenv("TZ", "WEST+12", 1);
+    a->line("west again");
+    EXPECT_JOINED("20260102|19991230|0|", Appender::getYYYYMMDD(1767355200), Appender::getYYYYMMDD(946598400),
+                  Appender::getYYYYMMDD(-(1LL << 60)));
+    saved ? setenv("TZ", savedValue.c_str(), 1) : unsetenv("TZ");
+    tzset();
+    EXPECT_EQ("west\nRoll (daily): " + stamp(e) + " != " + stamp(w) + "\n", readFile(dir.file("d-2.log")));
+    EXPECT_EQ("east\neast again\nRoll (daily): " + stamp(w) + " != " + stamp(e) + "\n",
+              readFile(dir.file("d-1.log")));
+    EXPECT_EQ("west again\n", readFile(dir.file("d.log")));
+}
+
+TEST(FileAppender, ThreadsThroughLoggerLoseNoLineAcrossRolls) {
+    TempDir dir;
+    logging::Logger logger("files");
+    logger.addAppender(
+        new FileAppender(dir.file("mt.log").c_str(), FileAppender::ROLL_SIZE, 0, new RawLayout));
+    tmaintest::onThreads(8, [&](int t) {
+        for (int i = 0; i < 2000; ++i)
+            logger.info("%d %d %s", t, i, std::string(200, 'x').c_str());
+    });
+    logger.removeAllAppenders();
+    std::map<int, int> next;
+    int rolls = 0;
+    for (const char* name : {"mt-4.log", "mt-3.log", "mt-2.log", "mt-1.log", "mt.log"}) {
+        std::ifstream in(dir.file(name));
+        std::string line;
+        while (std::getline(in, line)) {
+            if (line.compare(0, 13, "Roll (size): ") == 0) {
+                ++rolls;
+                EXPECT_EQ(EOF, in.peek()) << "roll line not last in " << name;
+                continue;
+            }
+            int t = -1, i = -1;
+            ASSERT_EQ(2, sscanf(line.c_str(), "%d %d", &t, &i)) << line;
+            ASSERT_EQ(next[t]++, i) << "thread " << t;
+        }
+    }
+    EXPECT_EQ(3, rolls);
+    for (int t = 0; t < 8; ++t)
+        EXPECT_EQ(2000, next[t]);
+}
+
+} // namespace
