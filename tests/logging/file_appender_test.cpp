@@ -6,6 +6,7 @@
 #include <map>
 #include <sys/stat.h>
 #include <tmain/foundation/Exception.h>
+#include <tmain/foundation/Thread.h>
 #include <tmain/logging/FileAppender.h>
 
 using logging::FileAppender;
@@ -158,6 +159,44 @@ TEST(FileAppender, ThreadsThroughLoggerLoseNoLineAcrossRolls) {
     EXPECT_EQ(3, rolls);
     for (int t = 0; t < 8; ++t)
         EXPECT_EQ(2000, next[t]);
+}
+
+} // namespace
+
+namespace {
+
+/// Logs again from inside its hook, once: the nested message must not disturb the outer one.
+struct Reentrant : logging::Appender {
+    logging::Logger& logger;
+    std::vector<std::string> seen;
+    explicit Reentrant(logging::Logger& l) : Appender(nullptr), logger(l) {}
+    void append(const logging::LogEvent& e, const std::string& text) override {
+        seen.push_back(e.message + "|" + text.substr(20));
+        if (seen.size() == 1)
+            logger.warn("inner %d", 2);
+        seen.push_back("after " + e.message);
+    }
+};
+
+TEST(Logger, MessagesMatchExceptionFormattingAndNest) {
+    logging::Logger logger("n");
+    Reentrant* r = new Reentrant(logger);
+    logger.addAppender(r);
+    const std::string big(3000, 'b');
+    logger.info("%s", big.c_str());
+    logger.info("x%cy %s", 0, "z");
+    logger.info("%s", "short");
+    ASSERT_EQ(8u, r->seen.size());
+    EXPECT_EQ(core::formatMessagef("%s", big.c_str()) + "|INFO  [" + core::Thread::getCurrentThreadName() +
+                  "] " + core::formatMessagef("%s", big.c_str()) + "\n",
+              r->seen[0]);
+    EXPECT_EQ(1025u, core::formatMessagef("%s", big.c_str()).size());
+    EXPECT_EQ(
+        (std::vector<std::string>{"inner 2|WARN  [" + core::Thread::getCurrentThreadName() + "] inner 2\n",
+                                  "after inner 2", "after " + core::formatMessagef("%s", big.c_str()),
+                                  "x|INFO  [" + core::Thread::getCurrentThreadName() + "] x\n"}),
+        std::vector<std::string>(r->seen.begin() + 1, r->seen.begin() + 5));
+    EXPECT_EQ("short|INFO  [" + core::Thread::getCurrentThreadName() + "] short\n", r->seen[6]);
 }
 
 } // namespace

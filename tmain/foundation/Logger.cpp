@@ -47,22 +47,61 @@ bool parseLevel(const char* text, Level& out) {
 
 Layout::~Layout() {}
 
+namespace {
+
+/// Per-thread state of the logging path: the event and text buffers reused
+/// by every message (a nested message, logged from inside an appender, gets
+/// its own), the thread's name and the last time stamp.
+struct ThreadScratch {
+    int depth = 0;
+    LogEvent event{};
+    std::string text;
+    bool named = false;
+    std::string threadName;
+    time_t stampTime = (time_t)-1;
+    size_t stampLength = 0;
+    char stamp[32];
+};
+
+ThreadScratch& scratch() {
+    thread_local ThreadScratch s;
+    return s;
+}
+
+} // namespace
+
+void Layout::format(const LogEvent& event, std::string& out) const {
+    out = format(event);
+}
+
 std::string SimpleLayout::format(const LogEvent& e) const {
-    char stamp[32] = "";
-    struct tm tmv;
-#if defined(_WIN32)
-    localtime_s(&tmv, &e.time);
-#else
-    localtime_r(&e.time, &tmv);
-#endif
-    strftime(stamp, sizeof(stamp), "%Y-%m-%d %H:%M:%S", &tmv);
     std::string out;
-    out.reserve(e.message.size() + 48);
-    out += stamp;
+    format(e, out);
+    return out;
+}
+
+void SimpleLayout::format(const LogEvent& e, std::string& out) const {
+    // The stamp changes once a second: each thread keeps its last one.
+    ThreadScratch& s = scratch();
+    if (e.time != s.stampTime) {
+        struct tm tmv;
+#if defined(_WIN32)
+        localtime_s(&tmv, &e.time);
+#else
+        localtime_r(&e.time, &tmv);
+#endif
+        s.stampLength = strftime(s.stamp, sizeof(s.stamp), "%Y-%m-%d %H:%M:%S", &tmv);
+        s.stampTime = e.time;
+    }
+    const char* level = levelName(e.level);
+    size_t levelLength = strlen(level);
+    out.clear();
+    out.reserve(s.stampLength + e.threadName.size() + e.message.size() + 12);
+    out.append(s.stamp, s.stampLength);
     out += ' ';
-    char lvl[8];
-    snprintf(lvl, sizeof(lvl), "%-5s", levelName(e.level));
-    out += lvl;
+    out.append(level, levelLength);
+    if (levelLength < 5)
+        out.append(5 - levelLength, ' ');
     if (!e.threadName.empty()) {
         out += " [";
         out += e.threadName;
@@ -71,7 +110,6 @@ std::string SimpleLayout::format(const LogEvent& e) const {
     out += ' ';
     out += e.message;
     out += '\n';
-    return out;
 }
 
 Appender::Appender(Layout* layout) : mLayout(layout ? layout : new SimpleLayout()), mThreshold(LEVEL_DEBUG) {}
@@ -81,7 +119,15 @@ Appender::~Appender() {}
 void Appender::doAppend(const LogEvent& event) {
     if (event.level < mThreshold || mThreshold == LEVEL_OFF)
         return;
-    append(event, mLayout->format(event));
+    ThreadScratch& s = scratch();
+    if (s.depth == 1) {
+        mLayout->format(event, s.text);
+        append(event, s.text);
+    } else {
+        std::string text;
+        mLayout->format(event, text);
+        append(event, text);
+    }
 }
 
 ConsoleAppender::ConsoleAppender(Layout* layout) : Appender(layout) {
@@ -96,7 +142,8 @@ void ConsoleAppender::append(const LogEvent&, const std::string& formatted) {
     fflush(stderr);
 }
 
-Logger::Logger(const char* name) : mName(name ? name : ""), mLevel(LEVEL_DEBUG) {}
+Logger::Logger(const char* name)
+    : mName(name ? name : ""), mLevel(LEVEL_DEBUG), mAppenders(std::make_shared<AppenderList>()) {}
 
 Logger::~Logger() {}
 
@@ -112,23 +159,66 @@ Logger& Logger::getRootLogger() {
 
 Logger& Logger::mROOT_LOGGER = Logger::getRootLogger();
 
-bool Logger::isEnabled(Level level) const {
-    if (level < mLevel)
-        return false;
+std::shared_ptr<const Logger::AppenderList> Logger::appenders() const {
     std::lock_guard<std::mutex> g(mMutex);
-    for (const auto& a : mAppenders)
+    return mAppenders;
+}
+
+namespace {
+
+bool anyAccepts(const std::vector<core::SmartPtr<Appender>>& appenders, Level level) {
+    for (const auto& a : appenders)
         if (level >= a->getThreshold() && a->getThreshold() != LEVEL_OFF)
             return true;
     return false;
 }
 
+/// Formats into out as core::formatMessage does (cut at the format's length
+/// plus 1023 characters); out keeps its capacity between messages.
+void formatLogMessage(std::string& out, const char* format, va_list args) {
+    char buf[1024];
+    va_list copy;
+    va_copy(copy, args);
+    int n = vsnprintf(buf, sizeof(buf), format, copy);
+    va_end(copy);
+    if (n < 0) {
+        out = format;
+    } else if ((size_t)n < sizeof(buf)) {
+        out.assign(buf, strnlen(buf, (size_t)n));
+    } else {
+        size_t limit = strlen(format) + 1023;
+        out.resize((size_t)n < limit ? (size_t)n : limit);
+        vsnprintf(&out[0], out.size() + 1, format, args);
+        out.resize(strnlen(out.data(), out.size()));
+    }
+}
+
+/// Undoes a nesting level of the logging path, also when an appender throws.
+struct Depth {
+    ThreadScratch& s;
+    explicit Depth(ThreadScratch& scratch) : s(scratch) { ++s.depth; }
+    ~Depth() { --s.depth; }
+};
+
+} // namespace
+
+bool Logger::isEnabled(Level level) const {
+    return level >= mLevel && anyAccepts(*appenders(), level);
+}
+
 void Logger::log(Level level, const core::Exception* cause, const char* format, va_list args) {
-    if (!isEnabled(level))
+    if (level < mLevel)
         return;
-    LogEvent e;
+    std::shared_ptr<const AppenderList> list = appenders();
+    if (!anyAccepts(*list, level))
+        return;
+    ThreadScratch& s = scratch();
+    Depth depth(s);
+    LogEvent nested;
+    LogEvent& e = s.depth == 1 ? s.event : nested;
     e.level = level;
     e.loggerName = mName.c_str();
-    e.message = core::formatMessage(format ? format : "", args);
+    formatLogMessage(e.message, format ? format : "", args);
     // The cause's message goes after the event's own, with its whole chain.
     for (const core::Exception* c = cause; c; c = c->getCause()) {
         e.message += c == cause ? ": " : " <- ";
@@ -137,13 +227,14 @@ void Logger::log(Level level, const core::Exception* cause, const char* format, 
         e.message += c->getMessage();
     }
     e.time = time(nullptr);
-    e.threadName = core::Thread::getCurrentThreadName();
-    std::vector<core::SmartPtr<Appender>> appenders;
-    {
-        std::lock_guard<std::mutex> g(mMutex);
-        appenders = mAppenders;
+    // Asked of the system once per thread: the question is a system call,
+    // too dear for every message.
+    if (!s.named) {
+        s.threadName = core::Thread::getCurrentThreadName();
+        s.named = true;
     }
-    for (auto& a : appenders)
+    e.threadName = s.threadName;
+    for (auto& a : *list)
         a->doAppend(e);
 }
 
@@ -187,31 +278,35 @@ void Logger::error(const char* format, const core::Exception* cause, ...) {
 void Logger::addAppender(Appender* appender) {
     if (!appender)
         return;
+    core::SmartPtr<Appender> added(appender);
     std::lock_guard<std::mutex> g(mMutex);
-    mAppenders.emplace_back(appender);
+    auto list = std::make_shared<AppenderList>(*mAppenders);
+    list->push_back(added);
+    mAppenders = list;
 }
 
 void Logger::removeAppender(Appender* appender) {
-    core::SmartPtr<Appender> keep; // released outside the lock
+    std::shared_ptr<const AppenderList> old; // released outside the lock
     std::lock_guard<std::mutex> g(mMutex);
-    for (auto it = mAppenders.begin(); it != mAppenders.end(); ++it) {
+    for (auto it = mAppenders->begin(); it != mAppenders->end(); ++it) {
         if (it->get() == appender) {
-            keep = *it;
-            mAppenders.erase(it);
+            auto list = std::make_shared<AppenderList>(*mAppenders);
+            list->erase(list->begin() + (it - mAppenders->begin()));
+            old = mAppenders;
+            mAppenders = list;
             break;
         }
     }
 }
 
 void Logger::removeAllAppenders() {
-    std::vector<core::SmartPtr<Appender>> old;
+    std::shared_ptr<const AppenderList> old = std::make_shared<AppenderList>();
     std::lock_guard<std::mutex> g(mMutex);
     old.swap(mAppenders);
 }
 
 ConsoleAppender* Logger::getConsoleAppender() const {
-    std::lock_guard<std::mutex> g(mMutex);
-    for (const auto& a : mAppenders)
+    for (const auto& a : *appenders())
         if (auto* c = dynamic_cast<ConsoleAppender*>(a.get()))
             return c;
     return nullptr;

@@ -42,12 +42,16 @@ class TMAIN_API Layout {
 public:
     virtual ~Layout();
     virtual std::string format(const LogEvent& event) const = 0;
+    /// Replaces out's text with the formatted event. Override it where the
+    /// text can be built in place: appenders reuse one buffer per thread.
+    virtual void format(const LogEvent& event, std::string& out) const;
 };
 
 /// "2026-11-21 05:44:06 WARN  [IOThread] message\n"
 class TMAIN_API SimpleLayout : public Layout {
 public:
     std::string format(const LogEvent& event) const override;
+    void format(const LogEvent& event, std::string& out) const override;
 };
 
 /// Base of log destinations. Constructed with a layout it owns; receives every
@@ -83,7 +87,8 @@ protected:
 };
 
 /// A named logger with appenders. The process-wide root logger is
-/// Logger::mROOT_LOGGER. Thread-safe.
+/// Logger::mROOT_LOGGER. Thread-safe. Each thread's name is asked of the
+/// system with its first message: name a thread before it logs.
 class TMAIN_API Logger {
 public:
     explicit Logger(const char* name);
@@ -120,8 +125,13 @@ public:
 private:
     std::string mName;
     Level mLevel;
+    typedef std::vector<core::SmartPtr<Appender>> AppenderList;
+    /// The appenders as an immutable list, replaced whole on every change:
+    /// a message takes a reference to the current list instead of a copy.
+    std::shared_ptr<const AppenderList> appenders() const;
+
     mutable std::mutex mMutex;
-    std::vector<core::SmartPtr<Appender>> mAppenders;
+    std::shared_ptr<const AppenderList> mAppenders;
 };
 
 } // namespace logging
