@@ -22,8 +22,9 @@ MemoryPool::MemoryPool(AlignmentType alignment, unsigned size, unsigned count)
       mHeaderSize(mAlignment > 16 ? mAlignment : 16), mRegion(nullptr), mEnd(nullptr), mSearchStart(nullptr) {
     unsigned long long total = (unsigned long long)mHeaderSize * count + size;
     if (total > 0xFFFFFFFFull || total < mHeaderSize)
-        throw ::core::IllegalArgumentException("MemoryPool: a region of %llu bytes for %u blocks of %u bytes",
-                                               total, count, size);
+        throw ::core::IllegalArgumentException(
+            "MemoryPool: a region of %llu bytes (%u bytes and %u block headers) is too large", total, size,
+            count);
     mSize = (unsigned)total;
     mRegion = static_cast<char*>(::operator new(mSize, regionAlignment(mHeaderSize)));
     mEnd = mRegion + mSize;
