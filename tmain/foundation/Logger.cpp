@@ -70,17 +70,17 @@ ThreadScratch& scratch() {
 
 } // namespace
 
-void Layout::format(const LogEvent& event, std::string& out) const {
+void Layout::formatTo(const LogEvent& event, std::string& out) const {
     out = format(event);
 }
 
 std::string SimpleLayout::format(const LogEvent& e) const {
     std::string out;
-    format(e, out);
+    formatTo(e, out);
     return out;
 }
 
-void SimpleLayout::format(const LogEvent& e, std::string& out) const {
+void SimpleLayout::formatTo(const LogEvent& e, std::string& out) const {
     // The stamp changes once a second: each thread keeps its last one.
     ThreadScratch& s = scratch();
     if (e.time != s.stampTime) {
@@ -121,11 +121,11 @@ void Appender::doAppend(const LogEvent& event) {
         return;
     ThreadScratch& s = scratch();
     if (s.depth == 1) {
-        mLayout->format(event, s.text);
+        mLayout->formatTo(event, s.text);
         append(event, s.text);
     } else {
         std::string text;
-        mLayout->format(event, text);
+        mLayout->formatTo(event, text);
         append(event, text);
     }
 }

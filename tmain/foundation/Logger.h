@@ -44,14 +44,14 @@ public:
     virtual std::string format(const LogEvent& event) const = 0;
     /// Replaces out's text with the formatted event. Override it where the
     /// text can be built in place: appenders reuse one buffer per thread.
-    virtual void format(const LogEvent& event, std::string& out) const;
+    virtual void formatTo(const LogEvent& event, std::string& out) const;
 };
 
 /// "2026-11-21 05:44:06 WARN  [IOThread] message\n"
 class TMAIN_API SimpleLayout : public Layout {
 public:
     std::string format(const LogEvent& event) const override;
-    void format(const LogEvent& event, std::string& out) const override;
+    void formatTo(const LogEvent& event, std::string& out) const override;
 };
 
 /// Base of log destinations. Constructed with a layout it owns; receives every
