@@ -15,31 +15,26 @@ TEST(MemoryPool, FiguresRoundingOneAllocationAndDump) {
     EXPECT_JOINED("1088|1072|1072|16|0|", pool.getSize(), pool.getInitialFree(), pool.getFree(),
                   pool.getHeaderSize(), pool.getAllocationCount());
     void* p = pool.allocate(20); // (20 / 16 + 20 % 16) x 16 = 80
-    ASSERT_NE(nullptr, p);
-    EXPECT_EQ(0u, (uintptr_t)p % 16);
     memset(p, 0xAB, 80);
-    EXPECT_JOINED("976|1|1|", pool.getFree(), pool.getAllocationCount(),
+    EXPECT_JOINED("0|976|1|1|", (uintptr_t)p % 16, pool.getFree(), pool.getAllocationCount(),
                   pool.allocate(1) == nullptr); // one per pool
-
     core::SmartPtr<tmaintest::LogCapture> log(new tmaintest::LogCapture);
     logging::Logger logger("pool");
     logger.addAppender(log.get());
     pool.dump(&logger);
-    char address[32];
-    snprintf(address, sizeof(address), "\tAddress: %X, size: 80", (unsigned)(uintptr_t)p);
-    EXPECT_EQ((std::vector<std::string>{"Memory dump for 1 allocations:", address, std::string(20, '^'),
-                                        "Memory dump finished"}),
-              log->messages());
-
+    EXPECT_EQ(
+        (std::vector<std::string>{"Memory dump for 1 allocations:",
+                                  core::formatMessagef("\tAddress: %X, size: 80", (unsigned)(uintptr_t)p),
+                                  std::string(20, '^'), "Memory dump finished"}),
+        log->messages());
     pool.deallocate(p); // the free rest is absorbed again
-    EXPECT_JOINED("1072|0|", pool.getFree(), pool.getAllocationCount());
-    EXPECT_EQ(nullptr, pool.allocate(1));
+    EXPECT_JOINED("1072|0|1|", pool.getFree(), pool.getAllocationCount(), pool.allocate(1) == nullptr);
     int local;
-    for (void* bad : {p, (void*)&local}) { // freed twice, and never from this pool
-        char text[96];
-        snprintf(text, sizeof(text), "MemoryPool::deallocate: %p is not an allocation of this pool", bad);
-        EXPECT_MESSAGE(core::IllegalArgumentException, text, pool.deallocate(bad));
-    }
+    for (void* bad : {p, (void*)&local}) // freed twice, and never from this pool
+        EXPECT_MESSAGE(
+            core::IllegalArgumentException,
+            core::formatMessagef("MemoryPool::deallocate: %p is not an allocation of this pool", bad),
+            pool.deallocate(bad));
     EXPECT_MESSAGE(
         core::IllegalArgumentException,
         "MemoryPool: a region of 4294967312 bytes (4294967280 bytes and 2 block headers) is too large",
@@ -52,10 +47,9 @@ TEST(MemoryPool, FiguresRoundingOneAllocationAndDump) {
         ASSERT_NE(nullptr, p16.allocate(request));
         EXPECT_EQ(1072u - 16 - payload, p16.getFree()) << request;
     }
-    MemoryPool exact((MemoryPool::AlignmentType)1, 100, 1);
-    EXPECT_EQ(nullptr, exact.allocate(101));
-    ASSERT_NE(nullptr, exact.allocate(100)); // the whole block, no room left for a header
-    EXPECT_JOINED("0|116|", exact.getFree(), exact.getSize());
+    MemoryPool exact((MemoryPool::AlignmentType)1, 100, 1); // the whole block: no room left for a header
+    EXPECT_JOINED("1|0|0|116|", exact.allocate(101) == nullptr, exact.allocate(100) == nullptr,
+                  exact.getFree(), exact.getSize());
 }
 
 struct FakeClock : tarso::core::TimeCounter {
