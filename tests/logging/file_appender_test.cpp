@@ -4,6 +4,7 @@
 #include <ctime>
 #include <fstream>
 #include <map>
+#include <thread>
 #include <tmain/foundation/Exception.h>
 #include <tmain/foundation/Thread.h>
 #include <tmain/logging/FileAppender.h>
@@ -173,8 +174,17 @@ TEST(Logger, MessagesAsExceptionsFormatThemAlsoWhenNested) {
     const std::string big(3000, 'b'), name = core::Thread::getCurrentThreadName();
     logger.info("%s", "outer");
     logger.info("x%cy %s", 0, "z");
+    struct LogsAtExit { // destroyed after the thread's logging buffers
+        logging::Logger& l;
+        ~LogsAtExit() { l.info("bye"); }
+    };
+    std::thread([&] {
+        thread_local LogsAtExit last{logger};
+        logger.info("hi");
+    }).join();
     EXPECT_EQ("outer|INFO  [" + name + "] outer\n|inner 2|WARN  [" + name +
-                  "] inner 2\n|inner 2.outer.x|INFO  [" + name + "] x\n|x.",
+                  "] inner 2\n|inner 2.outer.x|INFO  [" + name + "] x\n|x.hi|INFO  [" + name +
+                  "] hi\n|hi.bye|INFO  [" + name + "] bye\n|bye.",
               r->seen);
     r->seen.clear();
     logger.info("%s", big.c_str()); // cut where core::formatMessage cuts

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <tmain/foundation/Exception.h>
 #include <tmain/foundation/Thread.h>
 
@@ -63,9 +64,28 @@ struct ThreadScratch {
     char stamp[32];
 };
 
-ThreadScratch& scratch() {
-    thread_local ThreadScratch s;
-    return s;
+// Plain pointers and flags stay valid while other thread_local and static
+// objects are destroyed, and those may still log: once the scratch is gone,
+// each message uses a scratch of its own.
+thread_local ThreadScratch* tScratch = nullptr;
+thread_local bool tScratchGone = false;
+
+struct ScratchOwner {
+    ~ScratchOwner() {
+        delete tScratch;
+        tScratch = nullptr;
+        tScratchGone = true;
+    }
+};
+
+/// The calling thread's scratch, or null while threads and the process end.
+ThreadScratch* scratch() {
+    if (!tScratch && !tScratchGone) {
+        thread_local ScratchOwner owner;
+        (void)owner;
+        tScratch = new ThreadScratch();
+    }
+    return tScratch;
 }
 
 } // namespace
@@ -82,7 +102,9 @@ std::string SimpleLayout::format(const LogEvent& e) const {
 
 void SimpleLayout::formatTo(const LogEvent& e, std::string& out) const {
     // The stamp changes once a second: each thread keeps its last one.
-    ThreadScratch& s = scratch();
+    std::optional<ThreadScratch> spare;
+    ThreadScratch* p = scratch();
+    ThreadScratch& s = p ? *p : spare.emplace();
     if (e.time != s.stampTime) {
         struct tm tmv;
 #if defined(_WIN32)
@@ -119,10 +141,10 @@ Appender::~Appender() {}
 void Appender::doAppend(const LogEvent& event) {
     if (event.level < mThreshold || mThreshold == LEVEL_OFF)
         return;
-    ThreadScratch& s = scratch();
-    if (s.depth == 1) {
-        mLayout->formatTo(event, s.text);
-        append(event, s.text);
+    ThreadScratch* s = scratch();
+    if (s && s->depth == 1) {
+        mLayout->formatTo(event, s->text);
+        append(event, s->text);
     } else {
         std::string text;
         mLayout->formatTo(event, text);
@@ -212,7 +234,9 @@ void Logger::log(Level level, const core::Exception* cause, const char* format, 
     std::shared_ptr<const AppenderList> list = appenders();
     if (!anyAccepts(*list, level))
         return;
-    ThreadScratch& s = scratch();
+    std::optional<ThreadScratch> spare;
+    ThreadScratch* p = scratch();
+    ThreadScratch& s = p ? *p : spare.emplace();
     Depth depth(s);
     LogEvent nested;
     LogEvent& e = s.depth == 1 ? s.event : nested;

@@ -11,6 +11,14 @@ using tarso::platform::FileOperations;
 
 namespace logging {
 
+namespace {
+/// A file's size as the byte count holds it (files past 4 GiB count as full).
+unsigned sizeOf(const std::string& path) {
+    __int64 size = FileOperations::getSize(path.c_str());
+    return size > (__int64)UINT_MAX ? UINT_MAX : (unsigned)size;
+}
+} // namespace
+
 struct FileAppender::Shared {
     unsigned mDay = 0; ///< YYYYMMDD of the current file, 0 when unknown
     Mode mMode = OVERWRITE;
@@ -125,7 +133,7 @@ void FileAppender::initRoll() {
     s.mPath = s.mBase + s.mExtension;
     if (!open(FileOperations::exists(s.mPath.c_str()) ? "ab" : "wb"))
         return;
-    s.mBytes = (unsigned)FileOperations::getSize(s.mPath.c_str());
+    s.mBytes = sizeOf(s.mPath);
     s.mDay = fileDay();
 }
 
@@ -171,7 +179,7 @@ void FileAppender::roll() {
     // When the current file could not be moved away, keep appending to it
     // rather than truncating lines nobody has kept elsewhere.
     if (open(moved ? "wb" : "ab")) {
-        s.mBytes = (unsigned)FileOperations::getSize(s.mPath.c_str());
+        s.mBytes = sizeOf(s.mPath);
         s.mDay = fileDay();
     }
 }
@@ -190,7 +198,7 @@ void FileAppender::setMode(Mode mode) {
         return;
     s.mMode = mode;
     if (mode == ROLL_SIZE) {
-        s.mBytes = s.mPath.empty() ? 0 : (unsigned)FileOperations::getSize(s.mPath.c_str());
+        s.mBytes = s.mPath.empty() ? 0 : sizeOf(s.mPath);
         s.mDay = 0;
     } else if (mode == ROLL_DAILY) {
         s.mBytes = 0;

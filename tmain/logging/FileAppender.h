@@ -30,9 +30,9 @@ public:
     static const unsigned MAX_ROLLING_FILES = 5;
 
     /// Opens (and in the rolling modes appends to) fileName; a name without a
-    /// '.' gets ".log"; missing directories are created. A null name leaves
-    /// the appender closed. Throws core::Exception when no file could be
-    /// opened. The appender owns the layout (null: SimpleLayout).
+    /// '.' gets ".log"; missing directories are created. Throws
+    /// core::Exception when no file could be opened, also for a null name.
+    /// The appender owns the layout (null: SimpleLayout).
     FileAppender(const char* fileName, Mode mode, Layout* layout);
     FileAppender(const char* fileName, Mode mode, unsigned maxSize, Layout* layout);
     FileAppender(const FileAppender& other);
