@@ -174,6 +174,8 @@ TEST(Logger, MessagesAsExceptionsFormatThemAlsoWhenNested) {
     const std::string big(3000, 'b'), name = core::Thread::getCurrentThreadName();
     logger.info("%s", "outer");
     logger.info("x%cy %s", 0, "z");
+    const char* none = getenv("TMAIN_UNSET_VARIABLE_FOR_TEST");
+    logger.info("%s%%%s", "100", none);
     struct LogsAtExit { // destroyed after the thread's logging buffers
         logging::Logger& l;
         ~LogsAtExit() { l.info("bye"); }
@@ -183,8 +185,9 @@ TEST(Logger, MessagesAsExceptionsFormatThemAlsoWhenNested) {
         logger.info("hi");
     }).join();
     EXPECT_EQ("outer|INFO  [" + name + "] outer\n|inner 2|WARN  [" + name +
-                  "] inner 2\n|inner 2.outer.x|INFO  [" + name + "] x\n|x.hi|INFO  [" + name +
-                  "] hi\n|hi.bye|INFO  [" + name + "] bye\n|bye.",
+                  "] inner 2\n|inner 2.outer.x|INFO  [" + name + "] x\n|x.100%(null|INFO  [" + name +
+                  "] 100%(null)\n|100%(null.hi|INFO  [" + name + "] hi\n|hi.bye|INFO  [" + name +
+                  "] bye\n|bye.",
               r->seen);
     r->seen.clear();
     logger.info("%s", big.c_str()); // cut where core::formatMessage cuts
