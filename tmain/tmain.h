@@ -4,11 +4,14 @@
 #include <tmain/core/CKHashMap.h>
 #include <tmain/core/CloningOptions.h>
 #include <tmain/core/Lookup3.h>
+#include <tmain/core/MemoryPool.h>
 #include <tmain/core/NamedObject.h>
 #include <tmain/core/Object.h>
 #include <tmain/core/ObjectFactory.h>
 #include <tmain/core/Serializable.h>
 #include <tmain/core/Serializer.h>
+#include <tmain/core/StringUtil.h>
+#include <tmain/core/TimeCounter.h>
 #include <tmain/foundation/Base64.h>
 #include <tmain/foundation/CSHA1.h>
 #include <tmain/foundation/Callback.h>
@@ -45,6 +48,7 @@
 #include <tmain/http/ResponseInputStream.h>
 #include <tmain/http/Sentence.h>
 #include <tmain/http/URL.h>
+#include <tmain/logging/FileAppender.h>
 #include <tmain/math/Bound.h>
 #include <tmain/math/MathUtil.h>
 #include <tmain/math/Matrix3.h>

@@ -193,6 +193,10 @@ TEST(Logger, MessagesAsExceptionsFormatThemAlsoWhenNested) {
     logger.info("%s", big.c_str()); // cut where core::formatMessage cuts
     EXPECT_NE(std::string::npos, r->seen.find("] " + core::formatMessagef("%s", big.c_str()) + "\n|"));
     EXPECT_EQ(1025u, core::formatMessagef("%s", big.c_str()).size());
+    core::Thread::setCurrentThreadName("renamed"); // a later name shows in later lines
+    logger.info("r");
+    core::Thread::setCurrentThreadName(name.c_str());
+    EXPECT_NE(std::string::npos, r->seen.find("INFO  [renamed] r\n"));
 }
 
 } // namespace

@@ -52,13 +52,11 @@ namespace {
 
 /// Per-thread state of the logging path: the event and text buffers reused
 /// by every message (a nested message, logged from inside an appender, gets
-/// its own), the thread's name and the last time stamp.
+/// its own) and the last time stamp.
 struct ThreadScratch {
     int depth = 0;
     LogEvent event{};
     std::string text;
-    bool named = false;
-    std::string threadName;
     time_t stampTime = (time_t)-1;
     size_t stampLength = 0;
     char stamp[32];
@@ -278,13 +276,7 @@ void Logger::log(Level level, const core::Exception* cause, const char* format, 
         e.message += c->getMessage();
     }
     e.time = time(nullptr);
-    // Asked of the system once per thread: the question is a system call,
-    // too dear for every message.
-    if (!s.named) {
-        s.threadName = core::Thread::getCurrentThreadName();
-        s.named = true;
-    }
-    e.threadName = s.threadName;
+    e.threadName = core::Thread::getCurrentThreadName();
     for (auto& a : *list)
         a->doAppend(e);
 }

@@ -58,21 +58,36 @@ void Thread::sleep(unsigned ms) {
     }
 }
 
+namespace {
+// The calling thread's name as last set or read, so that asking for it (the
+// logger does, for every message) costs no system call. Plain storage: it
+// stays valid while other thread-local destructors still log.
+thread_local char tCurrentName[16];
+thread_local bool tCurrentNameKnown = false;
+} // namespace
+
 void Thread::setCurrentThreadName(const char* name) {
     // Linux limits thread names to 15 characters plus the terminator.
-    char buf[16];
     size_t i = 0;
-    for (; name && name[i] && i < sizeof(buf) - 1; ++i)
-        buf[i] = name[i];
-    buf[i] = 0;
-    pthread_setname_np(pthread_self(), buf);
+    for (; name && name[i] && i < sizeof(tCurrentName) - 1; ++i)
+        tCurrentName[i] = name[i];
+    tCurrentName[i] = 0;
+    tCurrentNameKnown = true;
+    pthread_setname_np(pthread_self(), tCurrentName);
 }
 
 std::string Thread::getCurrentThreadName() {
-    char buf[64] = {0};
-    if (pthread_getname_np(pthread_self(), buf, sizeof(buf)) != 0)
-        return std::string();
-    return buf;
+    if (!tCurrentNameKnown) {
+        char buf[64] = {0};
+        if (pthread_getname_np(pthread_self(), buf, sizeof(buf)) != 0)
+            return std::string();
+        size_t i = 0;
+        for (; buf[i] && i < sizeof(tCurrentName) - 1; ++i)
+            tCurrentName[i] = buf[i];
+        tCurrentName[i] = 0;
+        tCurrentNameKnown = true;
+    }
+    return tCurrentName;
 }
 
 } // namespace core
