@@ -4,8 +4,6 @@
 #include <map>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <sys/time.h>
-#include <tmain/foundation/Exception.h>
 #include <tmain/net/WebSocketServer.h>
 #include <unistd.h>
 
@@ -18,76 +16,73 @@ namespace {
 /// Records the events of every connection and echoes each complete message.
 class Recorder : public WebSocketServer::Listener {
 public:
-    std::atomic<bool> consume{true};
-    std::atomic<bool> logPieces{false};
+    std::atomic<bool> consume{true}, logPieces{false};
 
-    void onOpen(WebSocket* ws) override {
-        {
-            std::lock_guard<std::mutex> g(mMutex);
-            mLast = ws;
-        }
-        add("open");
-    }
-    void onMessage(WebSocket* ws, unsigned, bool fin) override {
+    void onOpen(WebSocket* ws) override { add("open", ws); }
+    void onMessage(WebSocket* ws, unsigned count, bool fin) override {
         if (logPieces)
-            add("piece " + std::to_string(ws->getIncomingMessageCount()) + (fin ? " fin" : ""));
+            add("piece " + std::to_string(count) + (fin ? " fin" : ""));
         if (!consume)
             return;
         std::unique_ptr<Message> m(ws->getNextMessage());
-        std::pair<int, std::string>& partial = mPartial[ws]; // this connection's thread only
+        std::unique_lock<std::mutex> g(mMutex);
+        std::pair<int, std::string>& partial = mPartial[ws]; // used by this connection's thread only
+        g.unlock();
         if (partial.second.empty() && m->getOpCode() != WebSocket::OP_CONTINUATION)
             partial.first = m->getOpCode();
         partial.second.append(reinterpret_cast<const char*>(m->getData()), m->getLength());
-        if (!m->isFIN())
-            return;
-        add("echo " + std::to_string(partial.first) + " " + std::to_string(partial.second.size()));
-        ws->post(new Message((WebSocket::OpCode)partial.first, partial.second.data(),
-                             (unsigned)partial.second.size(), true));
-        partial = {};
+        if (m->isFIN()) {
+            ws->post(new Message((WebSocket::OpCode)partial.first, partial.second.data(),
+                                 (unsigned)partial.second.size(), true));
+            partial = {};
+        }
     }
     void onError(WebSocket*, const char* message, const core::Exception* cause) override {
-        add(std::string("error ") + message + (cause ? std::string(" / ") + cause->getMessage() : ""));
+        add(std::string("error ") + message + " / " + (cause ? cause->getMessage() : "null"));
     }
-    void onClose(WebSocket* ws) override {
-        {
-            std::lock_guard<std::mutex> g(mMutex);
-            mPartial.erase(ws);
-            if (mLast == ws)
-                mLast = nullptr;
-        }
-        add("close");
-    }
+    void onClose(WebSocket* ws) override { add("close", ws); }
 
-    /// Waits (with a guard of 30 s that only a fault reaches) until the event
-    /// was seen n times.
+    /// Waits until the event was seen n times (the 30 s guard only fires on a fault).
     bool waitFor(const std::string& event, size_t n = 1) {
         std::unique_lock<std::mutex> g(mMutex);
-        return mChanged.wait_for(g, std::chrono::seconds(30), [&] { return count(event) >= n; });
+        return mChanged.wait_for(g, std::chrono::seconds(30), [&] { return countLocked(event) >= n; });
     }
-    std::vector<std::string> events() {
+    size_t count(const std::string& event) {
         std::lock_guard<std::mutex> g(mMutex);
-        return mEvents;
+        return countLocked(event);
     }
-    /// Events other than open, echo and close, in order.
+    /// The error events, one a line.
     std::string failures() {
+        std::lock_guard<std::mutex> g(mMutex);
         std::string out;
-        for (const std::string& e : events())
-            if (e.compare(0, 5, "error") == 0)
-                out += e + "\n";
+        for (const std::string& e : mEvents)
+            out += e.compare(0, 5, "error") == 0 ? e + "\n" : "";
         return out;
     }
-    /// The connection opened last, still open.
+    std::string lastEvent(int back = 1) {
+        std::lock_guard<std::mutex> g(mMutex);
+        return mEvents.end()[-back];
+    }
+    void clear() {
+        std::lock_guard<std::mutex> g(mMutex);
+        mEvents.clear();
+    }
+    /// The connection opened last (the caller keeps it open).
     core::SmartPtr<WebSocket> last() {
         std::lock_guard<std::mutex> g(mMutex);
         return core::SmartPtr<WebSocket>(mLast);
     }
 
 private:
-    size_t count(const std::string& event) const {
-        return (size_t)std::count(mEvents.begin(), mEvents.end(), event);
+    size_t countLocked(const std::string& e) const {
+        return (size_t)std::count(mEvents.begin(), mEvents.end(), e);
     }
-    void add(const std::string& event) {
+    void add(const std::string& event, WebSocket* ws = nullptr) {
         std::lock_guard<std::mutex> g(mMutex);
+        if (ws && event == "open")
+            mLast = ws;
+        else if (ws)
+            mPartial.erase(ws);
         mEvents.push_back(event);
         mChanged.notify_all();
     }
@@ -114,21 +109,15 @@ struct Server {
     std::string port() const { return std::to_string(server->getPort()); }
 };
 
-bool havePeer(const std::string& check) {
-    return tmaintest::run(check + " >/dev/null 2>&1") == 0;
-}
 #define REQUIRE_PEER(check)                                                                                  \
-    do {                                                                                                     \
-        if (!havePeer(check)) {                                                                              \
-            if (tmaintest::underCI())                                                                        \
-                FAIL() << "required peer missing under CI: " << check;                                       \
-            GTEST_SKIP() << "peer not installed: " << check;                                                 \
-        }                                                                                                    \
-    } while (0)
+    if (tmaintest::run(std::string(check) + " >/dev/null 2>&1") != 0) {                                      \
+        if (tmaintest::underCI())                                                                            \
+            FAIL() << "required peer missing under CI: " << check;                                           \
+        GTEST_SKIP() << "peer not installed: " << check;                                                     \
+    }
 
 const std::string CLIENTS = TMAIN_SOURCE_DIR "/tests/ws/clients/";
-const std::string PY = "/usr/bin/python3 " + CLIENTS;
-const std::string NODE = "NODE_PATH=" TMAIN_NODE_MODULES " node " + CLIENTS + "node_client.js ";
+const std::string NODE = "NODE_PATH=" TMAIN_NODE_MODULES " node ";
 
 /// A plain TCP client for what real clients never send.
 struct Raw {
@@ -143,19 +132,17 @@ struct Raw {
         EXPECT_EQ(0, connect(fd, (sockaddr*)&a, sizeof(a)));
     }
     ~Raw() { close(fd); }
-    void send(const std::string& bytes) {
-        EXPECT_EQ((ssize_t)bytes.size(), ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL));
+    void send(const std::string& b) {
+        EXPECT_EQ((ssize_t)b.size(), ::send(fd, b.data(), b.size(), MSG_NOSIGNAL));
     }
-    std::string read(size_t n) {
+    std::string read(size_t n = 1 << 20) { // to the end by default
         std::string out(n, '\0');
         size_t got = 0;
         for (ssize_t r; got < n && (r = ::recv(fd, &out[got], n - got, 0)) > 0;)
             got += (size_t)r;
-        out.resize(got);
-        return out;
+        return out.substr(0, got);
     }
-    std::string readToEnd() { return read(1 << 20); }
-    /// Opens with the RFC sample key and returns the answer.
+    /// Opens with the RFC's sample key; returns the answer.
     std::string open() {
         send(request("GET", "HTTP/1.1", "Upgrade", "websocket", "13"));
         return read(ANSWER.size());
@@ -173,24 +160,20 @@ const std::string Raw::ANSWER =
     "HTTP/1.1 101 Web Socket Protocol Handshake\r\nConnection: Upgrade\r\n"
     "Upgrade: WebSocket\r\nSec-WebSocket-Accept:s3pPLMBiTxaQ9kYGzzhZRbK+xOo=\r\n\r\n";
 
-/// A client frame: masked with a fixed key unless told otherwise.
-std::string frame(int first, const std::string& payload, bool masked = true) {
-    std::string out(1, (char)first);
+/// A client frame, masked with a fixed key unless told otherwise.
+std::string frame(int first, std::string payload, bool masked = true) {
+    const char key[4] = {0x12, 0x34, 0x56, 0x78};
     size_t n = payload.size();
-    char m = masked ? (char)0x80 : 0;
-    if (n < 126)
-        out += (char)(m | (char)n);
-    else
-        out += std::string(1, (char)(m | 126)) + (char)(n >> 8) + (char)(n & 0xFF);
-    std::string body = payload;
-    if (masked) {
-        const char key[4] = {0x12, 0x34, 0x56, 0x78};
+    std::string out{(char)first, (char)((masked ? 0x80 : 0) | (n < 126 ? n : 126))};
+    if (n >= 126)
+        out += {(char)(n >> 8), (char)(n & 0xFF)};
+    if (masked)
         out.append(key, 4);
-        for (size_t i = 0; i < n; ++i)
-            body[i] ^= key[i % 4];
-    }
-    return out + body;
+    for (size_t i = 0; masked && i < n; ++i)
+        payload[i] ^= key[i % 4];
+    return out + payload;
 }
+const std::string CLOSE_1009("\x88\x02\x03\xf1", 4);
 
 } // namespace
 
@@ -227,8 +210,9 @@ TEST(WebSocketServer, RawHandshakesAnsweredOrRefusedWithTheirMessages) {
         raw.send(frame(0x89, "hi"));
         EXPECT_EQ(std::string("\x8a\x02hi", 4), raw.read(4)) << "ping answered";
         raw.send(frame(0x88, std::string("\x03\xe8", 2) + "bye"));
-        EXPECT_EQ(std::string("\x88\x02\x03\xe8", 4), raw.readToEnd()) << "close echoed with its code only";
+        EXPECT_EQ(std::string("\x88\x02\x03\xe8", 4), raw.read()) << "close echoed with its code only";
     }
+    ASSERT_TRUE(s.recorder.waitFor("close"));
     const std::string refusal =
         "HTTP/1.1 400 Bad Request\r\nConnection: close\r\nSec-WebSocket-Version: 13\r\n"
         "Content-Length: 0\r\n\r\n";
@@ -250,12 +234,11 @@ TEST(WebSocketServer, RawHandshakesAnsweredOrRefusedWithTheirMessages) {
     for (const Case& c : cases) {
         Raw raw(s);
         raw.send(c.request);
-        EXPECT_EQ(refusal, raw.readToEnd()) << c.error;
+        EXPECT_EQ(refusal, raw.read()) << c.error;
         ASSERT_TRUE(s.recorder.waitFor("close", ++n + 1));
-        EXPECT_EQ("error " + c.error + " / " + c.error, s.recorder.events().end()[-2]);
+        EXPECT_EQ("error " + c.error + " / " + c.error, s.recorder.lastEvent(2)) << s.recorder.failures();
     }
-    std::vector<std::string> events = s.recorder.events();
-    EXPECT_EQ(1, std::count(events.begin(), events.end(), "open"));
+    EXPECT_EQ(1u, s.recorder.count("open"));
 }
 
 TEST(WebSocketServer, HostileFramesEndOnlyTheirConnection) {
@@ -283,7 +266,7 @@ TEST(WebSocketServer, HostileFramesEndOnlyTheirConnection) {
                   raw.read(12))
             << "reserved opcode skipped, empty FIN message, ping between fragments answered at once";
         raw.send(std::string("\x81\xff\x7f\xff\xff\xff\xff\xff\xff\xff", 10));
-        EXPECT_EQ(std::string("\x88\x02\x03\xf1", 4), raw.readToEnd()) << "2^63 length closed with 1009";
+        EXPECT_EQ(CLOSE_1009, raw.read()) << "2^63 length closed with 1009";
     }
     ASSERT_TRUE(s.recorder.waitFor("close"));
     const std::string expected = "error WebSocket protocol error / 64-bit length payload\n";
@@ -293,7 +276,7 @@ TEST(WebSocketServer, HostileFramesEndOnlyTheirConnection) {
         raw.open();
         raw.send(frame(0x82, std::string(100, 'x')).substr(0, 30));
         shutdown(raw.fd, SHUT_WR);
-        EXPECT_EQ("", raw.readToEnd()) << "truncated frame";
+        EXPECT_EQ("", raw.read()) << "truncated frame";
     }
     ASSERT_TRUE(s.recorder.waitFor("close", 2));
     EXPECT_EQ(expected + "error WebSocket I/O error / \n", s.recorder.failures());
@@ -301,15 +284,14 @@ TEST(WebSocketServer, HostileFramesEndOnlyTheirConnection) {
         Raw raw(s);
         raw.open();
         raw.send(frame(0x89, std::string(126, 'p')));
-        EXPECT_EQ(std::string("\x88\x02\x03\xea", 4), raw.readToEnd())
-            << "control frame over 125 bytes: 1002";
+        EXPECT_EQ(std::string("\x88\x02\x03\xea", 4), raw.read()) << "control frame over 125 bytes: 1002";
     }
     for (unsigned seed = 1; seed <= 20; ++seed) {
         Raw raw(s);
         raw.open();
         raw.send(tmaintest::randomBytes(4096, seed));
         shutdown(raw.fd, SHUT_WR);
-        raw.readToEnd();
+        raw.read();
     }
     ASSERT_TRUE(s.recorder.waitFor("close", 23));
     Raw raw(s);
@@ -325,7 +307,7 @@ TEST(WebSocketServer, UnfetchedBytesCappedAndAbortClosesEveryConnection) {
         Raw raw(s);
         raw.open();
         raw.send(frame(0x82, std::string(600, 'a')) + frame(0x82, std::string(600, 'b')));
-        EXPECT_EQ(std::string("\x88\x02\x03\xf1", 4), raw.readToEnd());
+        EXPECT_EQ(CLOSE_1009, raw.read());
     }
     ASSERT_TRUE(s.recorder.waitFor("close"));
     EXPECT_EQ("error WebSocket protocol error / Incoming messages exceed 1000 bytes\n",
@@ -341,7 +323,7 @@ TEST(WebSocketServer, UnfetchedBytesCappedAndAbortClosesEveryConnection) {
     EXPECT_EQ(0u, s.server->getPendingCount());
     EXPECT_TRUE(s.recorder.waitFor("close", 6));
     for (auto& raw : idle)
-        EXPECT_EQ(std::string("\x88\x02\x03\xe9", 4), raw->readToEnd()) << "going away";
+        EXPECT_EQ(std::string("\x88\x02\x03\xe9", 4), raw->read()) << "going away";
     EXPECT_TRUE(s.log->contains("WebSocketServer listening at 127.0.0.1:" + s.port() + "..."));
     EXPECT_TRUE(s.log->contains("WebSocketServer: closing 5 pending connections"));
     EXPECT_TRUE(s.log->contains("WebSocketServer closed successfuly"));
@@ -354,52 +336,43 @@ TEST(WebSocketServer, UnfetchedBytesCappedAndAbortClosesEveryConnection) {
     EXPECT_TRUE(other.log->contains("WebSocketServer terminated unexpectedly"));
 }
 
-TEST(WebSocketClients, PythonWebsockets) {
-    REQUIRE_PEER("/usr/bin/python3 -c 'import websockets'");
+TEST(WebSocketClients, PythonWebsocketsAndNodeWs) {
     Server s;
-    EXPECT_EQ("text hello\nempty ''\nbinary 256 True\nfragmented 1048576 True\npong\nclose 1000\n",
-              outputOf(PY + "py_client.py " + s.port() + " echo"));
-    EXPECT_EQ("many 64 True\n", outputOf(PY + "py_client.py " + s.port() + " many"));
-    EXPECT_EQ("refused 1009\nafter after\n", outputOf(PY + "py_client.py " + s.port() + " toolarge"));
-    EXPECT_EQ("error WebSocket protocol error / 64-bit length payload\n", s.recorder.failures());
-}
-
-TEST(WebSocketClients, NodeWs) {
-    REQUIRE_PEER("NODE_PATH=" TMAIN_NODE_MODULES " node -e 'require(\"ws\")'");
-    Server s;
-    EXPECT_EQ(
-        "text false hello\nempty false 0\nbinary true true\nfragmented 1048576 true\npong abc\nclose 1000\n",
-        outputOf(NODE + s.port() + " echo"));
-    EXPECT_EQ("many 64 true\n", outputOf(NODE + s.port() + " many"));
-    EXPECT_EQ("refused 1009\nafter after\n", outputOf(NODE + s.port() + " toolarge"));
-    EXPECT_EQ("error WebSocket protocol error / 64-bit length payload\n", s.recorder.failures());
-}
-
-TEST(WebSocketClients, MessagePostedFromAnotherThreadReachesIdleClients) {
-    REQUIRE_PEER("/usr/bin/python3 -c 'import websockets'");
-    REQUIRE_PEER("NODE_PATH=" TMAIN_NODE_MODULES " node -e 'require(\"ws\")'");
-    Server s;
-    s.recorder.consume = false;
-    size_t opened = 0;
-    for (const std::string& client : {PY + "py_client.py " + s.port() + " idle", NODE + s.port() + " idle"}) {
+    const std::pair<std::string, std::string> clients[] = {
+        {"/usr/bin/python3 -c 'import websockets'", "/usr/bin/python3 " + CLIENTS + "py_client.py "},
+        {NODE + "-e 'require(\"ws\")'", NODE + CLIENTS + "node_client.js "}};
+    for (const auto& peer : clients) {
+        REQUIRE_PEER(peer.first);
+        std::string client = peer.second + s.port();
+        EXPECT_EQ("str 5 True\nstr 0 True\nbytes 256 True\nfragmented 1048576 True\npong, close 1000\n",
+                  outputOf(client + " echo"));
+        EXPECT_EQ("many 64\n", outputOf(client + " many"));
+        EXPECT_EQ("refused 1009\nthen after\n", outputOf(client + " toolarge"))
+            << "only that connection ends";
+        // A message posted from this thread while the client waits.
+        s.recorder.consume = false;
         std::string output;
-        std::thread peer([&] { output = outputOf(client); });
-        ASSERT_TRUE(s.recorder.waitFor("open", ++opened));
+        size_t opened = s.recorder.count("open");
+        std::thread idle([&] { output = outputOf(client + " idle"); });
+        ASSERT_TRUE(s.recorder.waitFor("open", opened + 1));
         s.recorder.last()->post(new Message("from the application"));
-        peer.join();
-        EXPECT_EQ("posted from the application\nclose 1000\n", output) << client;
+        idle.join();
+        s.recorder.consume = true;
+        EXPECT_EQ("posted from the application\nclose 1000\n", output);
+        EXPECT_EQ("error WebSocket protocol error / 64-bit length payload\n", s.recorder.failures());
+        s.recorder.clear();
     }
 }
 
 TEST(WebSocketClients, AutobahnStrictClient) {
     REQUIRE_PEER("/usr/bin/python3 -c 'import autobahn, txaio'");
     Server s;
+    const std::string client = "/usr/bin/python3 " + CLIENTS + "autobahn_client.py " + s.port();
     EXPECT_EQ("message 1 False 5 b'hello'\nmessage 2 True 256 b'\\x00\\x01\\x02\\x03\\x04'\n"
               "message 3 True 200000 b'zzzzz'\nclose True 1000\n",
-              outputOf(PY + "autobahn_client.py " + s.port() + " lowercase"));
+              outputOf(client + " lowercase"));
     EXPECT_EQ("", s.recorder.failures());
-    std::string refused = outputOf(PY + "autobahn_client.py " + s.port() + " asis");
-    EXPECT_NE(std::string::npos, refused.find("close False")) << refused;
+    EXPECT_NE(std::string::npos, outputOf(client + " asis").find("close False")) << "refused";
     EXPECT_EQ("error Invalid upgrade header: WebSocket (expecting WebSocket) / "
               "Invalid upgrade header: WebSocket (expecting WebSocket)\n",
               s.recorder.failures());

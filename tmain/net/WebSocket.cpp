@@ -528,8 +528,8 @@ void WebSocket::onRun() {
             }
             notifyError(e.getMessage(), &e);
         } else {
-            sendClose(e.instanceOf(UnsupportedOperationException::TYPE) ? 1009 : 1002);
             notifyError("WebSocket protocol error", &e);
+            sendClose(e.instanceOf(UnsupportedOperationException::TYPE) ? 1009 : 1002);
         }
     }
     mOpen = false;
