@@ -265,26 +265,34 @@ TEST(WebSocketServer, HostileFramesEndOnlyTheirConnection) {
                               12),
                   raw.read(12))
             << "reserved opcode skipped, empty FIN message, ping between fragments answered at once";
-        raw.send(std::string("\x81\xff\x7f\xff\xff\xff\xff\xff\xff\xff", 10));
-        EXPECT_EQ(CLOSE_1009, raw.read()) << "2^63 length closed with 1009";
+        raw.send(frame(0x01, "\xe2\x82") + frame(0x80, "\xac"));
+        EXPECT_EQ("\x81\x03\xe2\x82\xac", raw.read(5)) << "UTF-8 split between frames";
     }
     ASSERT_TRUE(s.recorder.waitFor("close"));
-    const std::string expected = "error WebSocket protocol error / 64-bit length payload\n";
-    EXPECT_EQ(expected, s.recorder.failures());
-    {
+    struct Case {
+        std::string bytes, close, error;
+    } cases[] = {
+        {std::string("\x81\xff\x7f\xff\xff\xff\xff\xff\xff\xff", 10), CLOSE_1009, "64-bit length payload"},
+        {frame(0x89, std::string(126, 'p')), "\x88\x02\x03\xea",
+         "Invalid control frame: opcode 9, length 126, FIN 1"},
+        {frame(0x80, "x"), "\x88\x02\x03\xea", "Continuation frame without a message"},
+        {frame(0x01, "a") + frame(0x82, "b"), "\x88\x02\x03\xea", "Data frame inside a fragmented message"},
+        {frame(0x81, "\xed\xa0\x80"), "\x88\x02\x03\xef", "Invalid UTF-8 in a text message"},
+        {frame(0x81, "ok\xe2\x82"), "\x88\x02\x03\xef", "Invalid UTF-8 in a text message"},
+        {frame(0x82, std::string(100, 'x')).substr(0, 30), "", ""}, // truncated, then the end
+    };
+    size_t n = 1;
+    for (const Case& c : cases) {
         Raw raw(s);
         raw.open();
-        raw.send(frame(0x82, std::string(100, 'x')).substr(0, 30));
-        shutdown(raw.fd, SHUT_WR);
-        EXPECT_EQ("", raw.read()) << "truncated frame";
-    }
-    ASSERT_TRUE(s.recorder.waitFor("close", 2));
-    EXPECT_EQ(expected + "error WebSocket I/O error / \n", s.recorder.failures());
-    {
-        Raw raw(s);
-        raw.open();
-        raw.send(frame(0x89, std::string(126, 'p')));
-        EXPECT_EQ(std::string("\x88\x02\x03\xea", 4), raw.read()) << "control frame over 125 bytes: 1002";
+        raw.send(c.bytes);
+        if (c.close.empty())
+            shutdown(raw.fd, SHUT_WR);
+        EXPECT_EQ(c.close, raw.read()) << c.error;
+        ASSERT_TRUE(s.recorder.waitFor("close", ++n));
+        EXPECT_EQ(c.close.empty() ? "error WebSocket I/O error / "
+                                  : "error WebSocket protocol error / " + c.error,
+                  s.recorder.lastEvent(2));
     }
     for (unsigned seed = 1; seed <= 20; ++seed) {
         Raw raw(s);
@@ -293,7 +301,7 @@ TEST(WebSocketServer, HostileFramesEndOnlyTheirConnection) {
         shutdown(raw.fd, SHUT_WR);
         raw.read();
     }
-    ASSERT_TRUE(s.recorder.waitFor("close", 23));
+    ASSERT_TRUE(s.recorder.waitFor("close", n + 20));
     Raw raw(s);
     raw.open();
     raw.send(frame(0x81, "still here"));

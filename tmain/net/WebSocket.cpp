@@ -218,16 +218,68 @@ std::string WebSocket::computeAccept(const std::string& key) {
 
 // ---------------------------------------------------------------- connection
 
-/// Turns decoded frames into queued messages and control answers.
+namespace {
+
+/// UTF-8 validation that carries its state across pieces: a sequence may be
+/// split anywhere. Overlong forms, surrogates and code points above
+/// U+10FFFF are refused.
+class Utf8Check {
+public:
+    bool feed(const unsigned char* p, unsigned n) {
+        for (unsigned i = 0; i < n; ++i) {
+            unsigned char c = p[i];
+            if (mNeed) {
+                if (c < mLow || c > mHigh)
+                    return false;
+                mLow = 0x80;
+                mHigh = 0xBF;
+                --mNeed;
+            } else if (c >= 0x80) {
+                if (c < 0xC2 || c > 0xF4)
+                    return false;
+                mNeed = c < 0xE0 ? 1 : c < 0xF0 ? 2 : 3;
+                mLow = c == 0xE0 ? 0xA0 : c == 0xF0 ? 0x90 : 0x80;
+                mHigh = c == 0xED ? 0x9F : c == 0xF4 ? 0x8F : 0xBF;
+            }
+        }
+        return true;
+    }
+    bool complete() const { return mNeed == 0; }
+
+private:
+    unsigned mNeed = 0;
+    unsigned char mLow = 0x80, mHigh = 0xBF;
+};
+
+} // namespace
+
+/// Turns decoded frames into queued messages and control answers, and checks
+/// the order of fragments and the UTF-8 of text messages.
 class WebSocket::Dispatcher : public WebSocket::FrameReader::Handler {
 public:
     explicit Dispatcher(WebSocket& socket) : mSocket(socket) {}
 
     void onData(const Frame& frame, const unsigned char* data, unsigned length, bool last) override {
         OpCode op = frame.getOpCode();
-        if (op == OP_CONTINUATION || op == OP_TEXT || op == OP_BINARY)
-            mSocket.queueIncoming(op, data, length, last && frame.isFIN());
-        // Reserved data opcodes: the payload is dropped, framing stays in step.
+        if (op != OP_CONTINUATION && op != OP_TEXT && op != OP_BINARY)
+            return; // reserved data opcodes: the payload is dropped, framing stays in step
+        if (!mInFrame) {
+            if (op != OP_CONTINUATION && mInMessage)
+                throw IllegalStateException("Data frame inside a fragmented message");
+            if (op == OP_CONTINUATION && !mInMessage)
+                throw IllegalStateException("Continuation frame without a message");
+            if (op != OP_CONTINUATION) {
+                mText = op == OP_TEXT;
+                mUtf8 = Utf8Check();
+            }
+            mInFrame = mInMessage = true;
+        }
+        bool fin = last && frame.isFIN();
+        if (mText && (!mUtf8.feed(data, length) || (fin && !mUtf8.complete())))
+            throw IllegalArgumentException("Invalid UTF-8 in a text message");
+        mInFrame = !last;
+        mInMessage = !fin;
+        mSocket.queueIncoming(op, data, length, fin);
     }
 
     void onControl(const Frame& frame, const unsigned char* data, unsigned length) override {
@@ -241,6 +293,8 @@ public:
 
 private:
     WebSocket& mSocket;
+    bool mInFrame = false, mInMessage = false, mText = false;
+    Utf8Check mUtf8;
 };
 
 WebSocket::WebSocket(WebSocketServer* server, StreamSocket* socket, unsigned bufferSize)
@@ -529,7 +583,9 @@ void WebSocket::onRun() {
             notifyError(e.getMessage(), &e);
         } else {
             notifyError("WebSocket protocol error", &e);
-            sendClose(e.instanceOf(UnsupportedOperationException::TYPE) ? 1009 : 1002);
+            sendClose(e.instanceOf(UnsupportedOperationException::TYPE) ? 1009
+                      : e.instanceOf(IllegalArgumentException::TYPE)    ? 1007
+                                                                        : 1002);
         }
     }
     mOpen = false;

@@ -35,13 +35,17 @@ class WakeUpSignal;
 ///   between the fragments of a message; pong (10) is ignored. Close (8) is
 ///   answered with a close carrying the same status code (none when the
 ///   client gave none), then the connection ends.
-/// - Control frames longer than 125 bytes or without FIN, and payloads over
-///   2^31 bytes, are protocol errors. The reserved opcodes 3-7 and 11-15
-///   have their payload read and dropped, so the framing stays in step. The
-///   reserved header bits are not checked (no extension is negotiated).
+/// - Control frames longer than 125 bytes or without FIN, a continuation
+///   frame outside a fragmented message and a text or binary frame inside
+///   one are protocol errors (core::IllegalStateException); text messages
+///   must be valid UTF-8 (core::IllegalArgumentException). The reserved
+///   opcodes 3-7 and 11-15 have their payload read and dropped, so the
+///   framing stays in step. The reserved header bits are not checked (no
+///   extension is negotiated).
 /// - Failures in the dialog send a close frame before the connection ends:
 ///   1009 for a 64-bit length or more unfetched incoming bytes than the cap,
-///   1002 for other protocol errors, 1001 when the server shuts down.
+///   1007 for invalid UTF-8, 1002 for other protocol errors, 1001 when the
+///   server shuts down.
 /// - A refused handshake is answered "400 Bad Request" before the end.
 /// - Server frames are never masked. A message longer than 65535 bytes goes
 ///   out fragmented: a frame with its opcode, then continuation frames of
