@@ -36,6 +36,9 @@ const char* const HANDSHAKE_REFUSAL = "HTTP/1.1 400 Bad Request\r\n"
                                       "Sec-WebSocket-Version: 13\r\n"
                                       "Content-Length: 0\r\n\r\n";
 const unsigned MAX_FRAME_PAYLOAD = 65535;
+// What a queued message costs beyond its data, so that a flood of empty
+// frames is capped too.
+const unsigned MESSAGE_OVERHEAD = 64;
 
 enum WaitResult { W_READY, W_TIMEOUT, W_STOP };
 
@@ -341,7 +344,7 @@ WebSocket::Message* WebSocket::getNextMessage() {
         return nullptr;
     Message* m = mIncoming.front();
     mIncoming.pop_front();
-    mIncomingBytes -= m->getLength();
+    mIncomingBytes -= m->getLength() + MESSAGE_OVERHEAD;
     return m;
 }
 
@@ -378,10 +381,10 @@ void WebSocket::notifyClose() {
 void WebSocket::queueIncoming(OpCode opCode, const unsigned char* data, unsigned length, bool fin) {
     core::Lock lock(mIncomingLock);
     unsigned cap = mMaxIncomingBytes;
-    if (cap && mIncomingBytes + length > cap)
+    if (cap && mIncomingBytes + length + MESSAGE_OVERHEAD > cap)
         throw UnsupportedOperationException("Incoming messages exceed %u bytes", cap);
     mIncoming.push_back(new Message(opCode, data, length, fin));
-    mIncomingBytes += length;
+    mIncomingBytes += length + MESSAGE_OVERHEAD;
     notifyMessage((unsigned)mIncoming.size(), fin);
 }
 

@@ -154,8 +154,9 @@ public:
     /// null when there is none. Any thread.
     Message* getNextMessage();
     unsigned getIncomingMessageCount();
-    /// Caps the incoming bytes held for the application (0: no cap); more
-    /// closes the connection with 1009.
+    /// Caps the incoming bytes held for the application (0: no cap), each
+    /// message counting 64 bytes more than its data; more closes the
+    /// connection with 1009.
     void setMaxIncomingBytes(unsigned bytes) { mMaxIncomingBytes = bytes; }
     unsigned getMaxIncomingBytes() const { return mMaxIncomingBytes; }
 

@@ -15,7 +15,9 @@ class ServerSocket;
 /// ("ServerThread") and runs a WebSocket thread for each. Start it with
 /// start(); abort() (or the end of the thread) ends every connection, each
 /// with onClose, and joins all threads. The accepting wait also watches a
-/// wake-up signal, so abort() is prompt.
+/// wake-up signal, so abort() is prompt. Hold it in a core::SmartPtr; a
+/// started server also holds itself until its thread ends, so call abort()
+/// before letting it go.
 class TMAIN_API WebSocketServer : public core::Thread_Impl<WebSocketServer> {
 public:
     /// Receives the events of every connection of a server, on the
