@@ -72,7 +72,7 @@ int main(int argc, char** argv) {
     ours->start();
     if (!ours->waitListening(10000))
         return 1;
-    FILE* ws = popen((NODE + "ws_echo_server.js").c_str(), "r");
+    FILE* ws = popen(("exec env " + NODE + "ws_echo_server.js").c_str(), "r");
     int wsPort = 0, wsPid = 0;
     if (!ws || fscanf(ws, "%d %d", &wsPort, &wsPid) != 2)
         return 1;
