@@ -35,6 +35,7 @@ const char* const HANDSHAKE_REFUSAL = "HTTP/1.1 400 Bad Request\r\n"
                                       "Connection: close\r\n"
                                       "Sec-WebSocket-Version: 13\r\n"
                                       "Content-Length: 0\r\n\r\n";
+const char HEAD_END[] = "\r\n\r\n";
 const unsigned MAX_FRAME_PAYLOAD = 65535;
 // What a queued message costs beyond its data, so that a flood of empty
 // frames is capped too.
@@ -518,7 +519,7 @@ void WebSocket::handshake() {
         unsigned from = have > 3 ? have - 3 : 0;
         have += n;
         const char* base = reinterpret_cast<const char*>(mBuffer.get());
-        const char* end = std::search(base + from, base + have, "\r\n\r\n", "\r\n\r\n" + 4);
+        const char* end = std::search(base + from, base + have, HEAD_END, HEAD_END + 4);
         if (end != base + have) {
             headLength = (size_t)(end - base) + 4;
             break;
