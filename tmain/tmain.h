@@ -67,6 +67,8 @@
 #include <tmain/net/SocketOutputStream.h>
 #include <tmain/net/StreamSocket.h>
 #include <tmain/net/TransportProtocol.h>
+#include <tmain/net/WebSocket.h>
+#include <tmain/net/WebSocketServer.h>
 #include <tmain/platform/FileOperations.h>
 #include <tmain/platform/Platform.h>
 #include <tmain/stream/BufferedInputStream.h>
