@@ -1,0 +1,50 @@
+# Writes a ZIP archive byte by byte from a JSON description, so that tests can
+# make archives that lie: python3 mkzip.py description.json out.zip
+# Entry keys: name, text | zeros (count) | random (count), method (0/8),
+# crc/usize/csize (values written instead of the true ones), huge (a Zip64
+# size written in the directory record), same_data_as (index: the directory
+# record points at that entry's local header). Top-level keys: count (entries
+# claimed by the end record), truncate (bytes cut from the end).
+import json, random, struct, sys, zlib
+
+spec = json.load(open(sys.argv[1]))
+out, central = bytearray(), bytearray()
+offsets = []
+for e in spec["entries"]:
+    name = e["name"].encode()
+    if "zeros" in e:
+        n, data = e["zeros"], None
+    elif "random" in e:
+        data = random.Random(7).randbytes(e["random"])
+    else:
+        data = e.get("text", "").encode()
+    method = e.get("method", 8)
+    crc, usize, comp = 0, 0, zlib.compressobj(1, zlib.DEFLATED, -15)
+    parts = []
+    chunks = ([bytes(1 << 20)] * (n >> 20) + [bytes(n & ((1 << 20) - 1))]) if data is None else [data]
+    for c in chunks:
+        crc, usize = zlib.crc32(c, crc), usize + len(c)
+        parts.append(comp.compress(c) if method == 8 else c)
+    if method == 8:
+        parts.append(comp.flush())
+    body = b"".join(parts)
+    crc, csize = e.get("crc", crc), e.get("csize", len(body))
+    usize = e.get("usize", usize)
+    extra = b""
+    if "huge" in e:
+        usize = csize = 0xFFFFFFFF
+        extra = struct.pack("<HHQQ", 1, 16, e["huge"], e["huge"])
+    if "same_data_as" in e:
+        offset = offsets[e["same_data_as"]]
+    else:
+        offset = len(out)
+        out += struct.pack("<IHHHHHIIIHH", 0x04034B50, 20, 0, method, 0, 0x21, crc, min(csize, 0xFFFFFFFF),
+                           min(usize, 0xFFFFFFFF), len(name), 0) + name + body
+    offsets.append(offset)
+    central += struct.pack("<IHHHHHHIIIHHHHHII", 0x02014B50, 20, 20, 0, method, 0, 0x21, crc,
+                           min(csize, 0xFFFFFFFF), min(usize, 0xFFFFFFFF), len(name), len(extra), 0, 0, 0,
+                           0, offset) + name + extra
+count = spec.get("count", len(spec["entries"]))
+start = len(out)
+out += central + struct.pack("<IHHHHIIH", 0x06054B50, 0, 0, count, count, len(central), start, 0)
+open(sys.argv[2], "wb").write(out[: len(out) - spec.get("truncate", 0)])
