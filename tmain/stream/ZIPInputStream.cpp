@@ -27,8 +27,8 @@ struct ZIPInputStream::Inflater {
 };
 
 ZIPInputStream::ZIPInputStream(const vfs::ZIPEntry& entry, const void* archive, vfs::ZIPFileSystem* fs)
-    : mEntry(entry), mArchive(archive), mFS(fs), mInputSize(0), mInputPos(0), mDataStart(0), mRawRead(0),
-      mPosition(0), mCRC(0), mCRCValid(true), mOpen(false), mEnded(false), mError(false) {
+    : mEntry(entry), mArchive(archive), mFS(fs), mCapacity(0), mInputSize(0), mInputPos(0), mDataStart(0),
+      mRawRead(0), mPosition(0), mCRC(0), mCRCValid(true), mOpen(false), mEnded(false), mError(false) {
     // A counted file system stays alive while the stream does; one nobody
     // counts (on the stack) is its owner's to keep.
     if (fs && fs->getRefCount() > 0)
@@ -63,7 +63,9 @@ void ZIPInputStream::open(EOpenMode) {
             throw;
         }
         mFS->syncEnd();
-        mInput.reset(new unsigned char[INPUT_SIZE]);
+        mCapacity = (unsigned)std::max<unsigned long long>(
+            1, std::min<unsigned long long>(mEntry.compressedSize, INPUT_SIZE));
+        mInput.reset(new unsigned char[mCapacity]);
         if (mEntry.method != 0) {
             mInflater.reset(new Inflater());
             if (inflateInit2(&mInflater->z, -MAX_WBITS) != Z_OK)
@@ -107,7 +109,7 @@ void ZIPInputStream::restart() {
 
 unsigned ZIPInputStream::fetch() {
     unsigned long long left = mEntry.compressedSize - mRawRead;
-    unsigned want = (unsigned)std::min<unsigned long long>(left, INPUT_SIZE);
+    unsigned want = (unsigned)std::min<unsigned long long>(left, mCapacity);
     if (want == 0)
         return 0;
     unsigned got;

@@ -71,6 +71,7 @@ private:
     ::core::SmartPtr<vfs::ZIPFileSystem> mHeld;
     std::unique_ptr<Inflater> mInflater;
     std::unique_ptr<unsigned char[]> mInput;
+    unsigned mCapacity; ///< size of the input buffer
     unsigned mInputSize;
     unsigned mInputPos; ///< next unread input byte (stored entries)
     unsigned long long mDataStart;

@@ -567,8 +567,10 @@ unsigned long long ZIPFileSystem::locateData(const ZIPEntry& entry, const void* 
                                   std::max(entry.uncompressedSize, entry.compressedSize));
     unzFile h = (unzFile)mHandle;
     int rc = unzSetOffset64(h, entry.offset);
+    int method = 0, level = 0;
+    // Raw: the reader only checks the local header; the stream inflates.
     if (rc == UNZ_OK)
-        rc = unzOpenCurrentFile(h);
+        rc = unzOpenCurrentFile2(h, &method, &level, 1);
     if (rc != UNZ_OK)
         throw stream::IOException("Entry '%s' of '%s' cannot be opened (%d)", entry.name.c_str(),
                                   mPath.c_str(), rc);
