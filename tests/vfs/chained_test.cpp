@@ -1,9 +1,10 @@
 // Chained file systems over real directories and a real archive made by zip.
 #include "../support/TestSupport.h"
-#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <memory>
+#include <numeric>
+#include <set>
 #include <tmain/stream/IOException.h>
 #include <tmain/stream/InputStream.h>
 #include <tmain/vfs/ChainedFileSystem.h>
@@ -27,35 +28,30 @@ std::string contents(File* f) {
     out.resize(in->read(&out[0], 1, (unsigned)out.size()));
     return out;
 }
-// Path=owner's position in the chain, for every listed file.
+// "path=position of its owner in the chain " for every listed file, sorted.
 std::string listing(ChainedFileSystem& chain, const char* dir) {
     std::unique_ptr<FileList> list(chain.list(dir));
-    std::vector<std::string> out;
+    std::set<std::string> out;
     for (File* f : *list)
         for (unsigned i = 0; i < chain.getCount(); ++i)
             if (chain.getFileSystem(i) == f->getOwner())
-                out.push_back(std::string(f->getPath()) + "=" + std::to_string(i));
-    std::sort(out.begin(), out.end());
-    std::string joined;
-    for (auto& s : out)
-        joined += s + " ";
-    return joined;
+                out.insert(std::string(f->getPath()) + "=" + std::to_string(i) + " ");
+    return std::accumulate(out.begin(), out.end(), std::string());
 }
-
+// Two directories a and b of a temporary folder, with their file systems.
 struct Dirs {
     tmaintest::TempDir tmp;
     FSPtr a, b;
     Dirs() {
-        for (auto& f : std::vector<std::pair<std::string, std::string>>{{"a/both.txt", "from a"},
-                                                                        {"a/a.txt", "only a"},
-                                                                        {"b/both.txt", "from b"},
-                                                                        {"b/b.txt", "only b"}}) {
-            std::filesystem::create_directories(std::filesystem::path(tmp.file(f.first)).parent_path());
-            tmaintest::writeFile(tmp.file(f.first), f.second);
+        for (const char* f :
+             {"a/both.txt", "a/a.txt", "b/both.txt", "b/b.txt", "a/c.txt", "b/c.txt", "c.txt"}) {
+            std::filesystem::create_directories(std::filesystem::path(tmp.file(f)).parent_path());
+            tmaintest::writeFile(tmp.file(f), std::string("from ") + f);
         }
         a = new SimpleFileSystem(tmp.file("a").c_str());
         b = new SimpleFileSystem(tmp.file("b").c_str());
     }
+    FileSystem* owner(File* f) { return FilePtr(f)->getOwner(); }
 };
 
 TEST(ChainedFileSystem, PriorityAndWriteOrder) {
@@ -70,22 +66,22 @@ TEST(ChainedFileSystem, PriorityAndWriteOrder) {
     chain.append(d.b);
     chain.prepend(d.a);
     EXPECT_EQ(2, d.a->getRefCount()); // the fixture's and the chain's
-    EXPECT_JOINED("from a|only b|1|0|", contents(FilePtr(chain.lookup("both.txt"))),
+    EXPECT_JOINED("from a/both.txt|from b/b.txt|1|0|", contents(FilePtr(chain.lookup("both.txt"))),
                   contents(FilePtr(chain.lookup("/b.txt"))), chain.isContainer("/"),
                   chain.isContainer("a.txt"));
-    EXPECT_EQ("/a.txt=0 /b.txt=1 /both.txt=0 ", listing(chain, "/"));
+    EXPECT_EQ("/a.txt=0 /b.txt=1 /both.txt=0 /c.txt=0 ", listing(chain, "/"));
     EXPECT_EQ(d.tmp.file("a") + "/both.txt", chain.getAbsolutePath("both.txt"));
     EXPECT_EQ(d.tmp.file("a") + "/new.txt", chain.getAbsolutePath("new.txt"));
     // New files go to the first member without the path, overwrite or not.
-    EXPECT_JOINED("1|1|0|", FilePtr(chain.create("a.txt", false))->getOwner() == d.b.get(),
-                  FilePtr(chain.create("a.txt", true))->getOwner() == d.b.get(),
-                  FilePtr(chain.create("new.txt", false))->getOwner() == d.b.get());
+    EXPECT_JOINED("1|1|1|", d.owner(chain.create("a.txt", false)) == d.b,
+                  d.owner(chain.create("a.txt", true)) == d.b,
+                  d.owner(chain.create("new.txt", false)) == d.a);
     EXPECT_MESSAGE(tarso::stream::IOException, "Requested path not valid for reading/writing: 'both.txt'",
                    chain.create("both.txt", false));
-    EXPECT_TRUE(FilePtr(chain.create("both.txt", true))->getOwner() == d.a.get());
+    EXPECT_TRUE(d.owner(chain.create("both.txt", true)) == d.a);
     // Removal takes the first member's copy; a lookup then finds the next one.
     chain.remove("both.txt", 0);
-    EXPECT_EQ("from b", contents(FilePtr(chain.lookup("both.txt"))));
+    EXPECT_EQ("from b/both.txt", contents(FilePtr(chain.lookup("both.txt"))));
     chain.remove("both.txt", 0);
     EXPECT_THROW(chain.remove("both.txt", 0), FileNotFoundException);
     EXPECT_THROW(chain.touch("both.txt"), FileNotFoundException);
@@ -114,19 +110,16 @@ TEST(ChainedFileSystem, DirectoryBeforeArchive) {
     chain.append(d.a);
     chain.append(FSPtr(FileSystem::createFromURL(d.tmp.file("pack.zip").c_str())));
     EXPECT_EQ("/textures/noise.bin=0 /textures/other.bin=1 ", listing(chain, "textures"));
-    EXPECT_EQ("/a.txt=0 /both.txt=0 /textures=0 ", listing(chain, "/"));
+    EXPECT_EQ("/a.txt=0 /both.txt=0 /c.txt=0 /textures=0 ", listing(chain, "/"));
     EXPECT_JOINED("override|packed other|1|", contents(FilePtr(chain.lookup("textures/noise.bin"))),
                   contents(FilePtr(chain.lookup("textures/other.bin"))), chain.isContainer("textures"));
     // The archive takes no new files: they go to the directory.
-    EXPECT_TRUE(FilePtr(chain.create("textures/new.bin", false))->getOwner() == d.a.get());
+    EXPECT_TRUE(d.owner(chain.create("textures/new.bin", false)) == d.a);
 }
 
 TEST(ChainedFileSystem, ReadersWhileMembersComeAndGo) {
     Dirs d;
-    tmaintest::writeFile(d.tmp.file("c.txt"), "from c");
     FSPtr c(new SimpleFileSystem(d.tmp.path().c_str()));
-    tmaintest::writeFile(d.tmp.file("a/c.txt"), "from a");
-    tmaintest::writeFile(d.tmp.file("b/c.txt"), "from b");
     ChainedFileSystem chain;
     chain.append(c); // always there: every lookup must succeed
     std::atomic<int> good(0), bad(0);
@@ -142,7 +135,7 @@ TEST(ChainedFileSystem, ReadersWhileMembersComeAndGo) {
                 chain.remove(d.b.get());
             } else {
                 std::string got = contents(FilePtr(chain.lookup("c.txt")));
-                (got == "from a" || got == "from b" || got == "from c" ? good : bad)++;
+                (got == "from a/c.txt" || got == "from b/c.txt" || got == "from c.txt" ? good : bad)++;
                 std::unique_ptr<FileList> list(chain.list("/", "c.*"));
                 if (list->size() != 1)
                     ++bad;

@@ -1,12 +1,23 @@
-# Writes a ZIP archive byte by byte from a JSON description, so that tests can
-# make archives that lie: python3 mkzip.py description.json out.zip
+# python3 mkzip.py --tree METHOD [stream] > out.zip: the current directory by
+# zipfile (METHOD as ZIP_STORED...; "stream" writes through a pipe, with data
+# descriptors). python3 mkzip.py description.json out.zip: an archive written
+# byte by byte from a JSON description, so that tests can make archives that lie.
 # Entry keys: name, text | zeros (count) | random (count), method (0/8),
 # crc/usize/csize (values written instead of the true ones), huge (a Zip64
 # size written in the directory record), same_data_as (index: the directory
 # record points at that entry's local header). Top-level keys: count (entries
 # claimed by the end record), truncate (bytes cut from the end).
-import json, random, struct, sys, zlib
+import json, os, random, struct, sys, zipfile, zlib
 
+if sys.argv[1] == "--tree":
+    m = getattr(zipfile, sys.argv[2])
+    with zipfile.ZipFile(sys.stdout.buffer if "stream" in sys.argv else sys.argv[-1], "w", m) as z:
+        for p in sorted(os.path.join(d, f)[2:] for d, _, fs in os.walk(".") for f in fs):
+            i = zipfile.ZipInfo.from_file(p)
+            i.compress_type = m
+            with z.open(i, "w") as w:
+                w.write(open(p, "rb").read())
+    sys.exit(0)
 spec = json.load(open(sys.argv[1]))
 out, central = bytearray(), bytearray()
 offsets = []

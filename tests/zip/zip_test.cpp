@@ -3,16 +3,14 @@
 #include "../support/TestSupport.h"
 #include <atomic>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <set>
-#include <sys/stat.h>
 #include <tmain/stream/IOException.h>
-#include <tmain/stream/ZIPInputStream.h>
+#include <tmain/stream/InputStream.h>
+#include <tmain/vfs/File.h>
 #include <tmain/vfs/FileNotFoundException.h>
 #include <tmain/vfs/SimpleFileSystem.h>
-#include <tmain/vfs/ZIPFile.h>
 #include <tmain/vfs/ZIPFileSystem.h>
 #include <utime.h>
 
@@ -87,22 +85,8 @@ protected:
         return make(name, "zip -q -r " + options + " ../" + name + " .");
     }
     std::string python(const std::string& name, const std::string& method, bool streamed = false) {
-        std::string script = "import os, sys, zipfile\n"
-                             "m, streamed = zipfile." +
-                             method + ", " + (streamed ? "True" : "False") +
-                             "\n"
-                             "with zipfile.ZipFile(sys.stdout.buffer if streamed else '../" +
-                             name +
-                             "', 'w', m) as z:\n"
-                             "  for d, _, fs in sorted(os.walk('.')):\n"
-                             "    for p in [os.path.join(d, f)[2:] for f in sorted(fs)]:\n"
-                             "      i = zipfile.ZipInfo.from_file(p)\n"
-                             "      i.compress_type = m\n"
-                             "      if streamed:\n"
-                             "        with z.open(i, 'w') as w: w.write(open(p, 'rb').read())\n"
-                             "      else: z.write(p, p)\n";
-        tmaintest::writeFile(tmp.file(name + ".py"), script);
-        return make(name, std::string(PY) + " ../" + name + ".py" + (streamed ? " | cat > ../" + name : ""));
+        std::string script = std::string(PY) + " " TMAIN_SOURCE_DIR "/tests/zip/mkzip.py --tree " + method;
+        return make(name, script + (streamed ? " stream | cat > ../" : " ../") + name);
     }
     // An archive written by mkzip.py from a JSON description.
     std::string lying(const std::string& name, const std::string& json) {
@@ -189,28 +173,6 @@ TEST_F(ZipTest, ArchivesOfZipAndPythonReadByteForByte) {
                   missing->getType().getName());
 }
 
-TEST_F(ZipTest, EntriesMinizipWouldMisreadAreRefusedAtOpen) {
-    std::map<std::string, std::string> archives = {
-        {"method 12", zip("bz.zip", "-Z bzip2")},
-        {"encrypted", zip("enc.zip", "-P secret")},
-        {"method 14", python("lz.zip", "ZIP_LZMA")},
-    };
-    for (auto& a : archives) {
-        ZIPFileSystem zfs(a.second.c_str());
-        FilePtr f(zfs.lookup("textures/noise.bin"));
-        EXPECT_EQ(300000u, f->getSize());
-        std::unique_ptr<InputStream> in(f->getInputStream());
-        try {
-            in->open(Stream::OM_READ);
-            ADD_FAILURE() << a.first << " opened";
-        } catch (const IOException& e) {
-            EXPECT_EQ("Error opening ZIPInputStream", std::string(e.getMessage()));
-            EXPECT_NE(std::string::npos, describe(e).find(a.first == "encrypted" ? "encrypted" : a.first))
-                << describe(e);
-        }
-    }
-}
-
 TEST_F(ZipTest, HostileArchivesFailWithTheirOwnMessages) {
     tmaintest::writeFile(tmp.file("text.zip"), "this is not an archive\n");
     const std::string text = "a line of text that deflates into fewer bytes, a line of text.";
@@ -219,7 +181,11 @@ TEST_F(ZipTest, HostileArchivesFailWithTheirOwnMessages) {
         return "{\"entries\": [{\"name\": \"a.txt\", \"text\": \"" + text + "\"" + fields + "}" + more + "]" +
                top + "}";
     };
+    // Entries minizip would hand out as compressed or encrypted bytes are refused.
     std::vector<std::pair<std::string, std::string>> cases = {
+        {"uses unsupported compression method 12", zip("bz.zip", "-Z bzip2")},
+        {"uses unsupported compression method 14", python("lz.zip", "ZIP_LZMA")},
+        {"is encrypted", zip("enc.zip", "-P secret")},
         {"Could not open ZIP file '" + tmp.file("text.zip") + "'", tmp.file("text.zip")},
         {"Could not open ZIP file '" + tmp.file("cut.zip") + "'",
          lying("cut.zip", one("", "", ", \"truncate\": 9"))},
@@ -239,10 +205,9 @@ TEST_F(ZipTest, HostileArchivesFailWithTheirOwnMessages) {
         {"Error opening ZIPInputStream: Entry 'big' is too large (5368709120 bytes)",
          lying("huge.zip", "{\"entries\": [{\"name\": \"big\", \"text\": \"x\", \"huge\": 5368709120}]}")},
     };
-    for (auto& c : cases) {
-        std::string got = outcome(c.second);
-        EXPECT_EQ(c.first, got.substr(0, c.first.size())) << c.second;
-    }
+    for (auto& c : cases)
+        EXPECT_NE(std::string::npos, outcome(c.second).find(c.first))
+            << c.second << ": " << outcome(c.second);
     // The truncated data leaves the directory intact: lookups still work.
     ZIPFileSystem trunc(tmp.file("trunc.zip").c_str());
     EXPECT_TRUE(trunc.exists("a.txt"));
@@ -329,6 +294,13 @@ TEST_F(ZipTest, StreamsSeekSwitchAndRefuseWhatTheyCannotDo) {
     EXPECT_MESSAGE(core::UnsupportedOperationException, "ZIPFileSystem::touch(...)", deflated.touch("a.txt"));
     EXPECT_MESSAGE(core::UnsupportedOperationException, "ZIPFile::getOutputStream()",
                    small->getOutputStream());
+    // Eight threads read through the one handle.
+    std::atomic<int> good(0);
+    tmaintest::onThreads(8, [&](int t) {
+        for (const char* p : {"textures/noise.bin", "a.txt", "textures/deep/x.dat", "empty.txt"})
+            good += readAll(FilePtr(deflated.lookup(p)), 777 + t) == files[p];
+    });
+    EXPECT_EQ(32, good.load());
     // A closed archive: its files cannot be read any more, lookups fail clearly.
     deflated.close();
     EXPECT_MESSAGE(IOException, "Error opening ZIPInputStream", openStream(small));
@@ -336,20 +308,6 @@ TEST_F(ZipTest, StreamsSeekSwitchAndRefuseWhatTheyCannotDo) {
                    deflated.exists("a.txt"));
     EXPECT_TRUE(deflated.open());
     EXPECT_EQ(files["a.txt"], readAll(FilePtr(deflated.lookup("a.txt"))));
-}
-
-TEST_F(ZipTest, ThreadsReadOneArchiveAtOnce) {
-    ZIPFileSystem zfs(zip("z9.zip", "-9").c_str());
-    std::vector<std::string> paths = {"textures/noise.bin", "a.txt", "textures/deep/x.dat", "empty.txt"};
-    std::atomic<int> good(0);
-    tmaintest::onThreads(8, [&](int t) {
-        for (int round = 0; round < 4; ++round) {
-            const std::string& p = paths[(t + round) % paths.size()];
-            if (readAll(FilePtr(zfs.lookup(p.c_str())), 777 + t) == files[p])
-                ++good;
-        }
-    });
-    EXPECT_EQ(32, good.load());
 }
 
 TEST_F(ZipTest, SeventyThousandEntriesAreIndexedOnce) {
