@@ -20,11 +20,27 @@ using platform::FileOperations;
 const ::core::Type ZIPFileSystem::TYPE("tarso::vfs::ZIPFileSystem", &FileSystem::TYPE);
 
 // The archive is read through minizip's stdio functions, wrapped so that the
-// open handle is known here: entry data is fetched with the same handle.
+// open handle is known here (entry data is fetched with the same handle) and
+// so that reads go through buffers of our own: the reader seeks before every
+// small read of the directory and of local headers, which would otherwise
+// cost a system call each. Two buffers, the older one refilled: opening
+// entries one after the other alternates between a directory record and a
+// local header, each read in order.
 struct ZIPFileSystem::IO {
+    static const unsigned BUFFER_SIZE = 32768;
+    struct Buffer {
+        std::unique_ptr<unsigned char[]> data{new unsigned char[BUFFER_SIZE]};
+        ZPOS64_T start = 0, length = 0;
+        unsigned long long used = 0;
+    };
     zlib_filefunc64_def base;
     zlib_filefunc64_def def;
     voidpf stream = nullptr;
+    Buffer buffers[2];
+    unsigned long long clock = 0;
+    ZPOS64_T position = 0;     // where the next read starts
+    ZPOS64_T basePosition = 0; // where the stdio stream stands
+    ZPOS64_T size = ~0ull;     // measured on the first seek from the end
 
     IO() {
         fill_fopen64_filefunc(&base);
@@ -42,17 +58,71 @@ struct ZIPFileSystem::IO {
     static voidpf ZCALLBACK openFile(voidpf opaque, const void* name, int mode) {
         IO* io = self(opaque);
         io->stream = io->base.zopen64_file(io->base.opaque, name, mode);
+        if (io->stream)
+            setvbuf(static_cast<FILE*>(io->stream), nullptr, _IONBF, 0);
+        io->buffers[0].length = io->buffers[1].length = io->position = io->basePosition = 0;
         return io->stream;
     }
-    static uLong ZCALLBACK readFile(voidpf opaque, voidpf s, void* buf, uLong size) {
-        return self(opaque)->base.zread_file(self(opaque)->base.opaque, s, buf, size);
+    // Reads at `position` from the stdio stream, moving it where needed.
+    uLong readBase(void* out, uLong n) {
+        if (basePosition != position &&
+            base.zseek64_file(base.opaque, stream, position, ZLIB_FILEFUNC_SEEK_SET) != 0)
+            return 0;
+        uLong got = base.zread_file(base.opaque, stream, out, n);
+        basePosition = position + got;
+        return got;
+    }
+    uLong read(void* out, uLong n) {
+        unsigned char* to = static_cast<unsigned char*>(out);
+        uLong done = 0;
+        while (done < n) {
+            Buffer* hit = nullptr;
+            for (Buffer& b : buffers)
+                if (position >= b.start && position < b.start + b.length)
+                    hit = &b;
+            if (hit) {
+                uLong k = (uLong)std::min<ZPOS64_T>(n - done, hit->start + hit->length - position);
+                memcpy(to + done, hit->data.get() + (position - hit->start), k);
+                hit->used = ++clock;
+                done += k;
+                position += k;
+                continue;
+            }
+            if (n - done >= BUFFER_SIZE) { // large reads bypass the buffers
+                uLong got = readBase(to + done, n - done);
+                done += got;
+                position += got;
+                break;
+            }
+            Buffer& b = buffers[0].used <= buffers[1].used ? buffers[0] : buffers[1];
+            b.start = position;
+            b.length = readBase(b.data.get(), BUFFER_SIZE);
+            b.used = ++clock;
+            if (b.length == 0)
+                break;
+        }
+        return done;
+    }
+    static uLong ZCALLBACK readFile(voidpf opaque, voidpf, void* buf, uLong size) {
+        return self(opaque)->read(buf, size);
     }
     static uLong ZCALLBACK writeFile(voidpf, voidpf, const void*, uLong) { return 0; }
-    static ZPOS64_T ZCALLBACK tellFile(voidpf opaque, voidpf s) {
-        return self(opaque)->base.ztell64_file(self(opaque)->base.opaque, s);
-    }
+    static ZPOS64_T ZCALLBACK tellFile(voidpf opaque, voidpf) { return self(opaque)->position; }
     static long ZCALLBACK seekFile(voidpf opaque, voidpf s, ZPOS64_T offset, int origin) {
-        return self(opaque)->base.zseek64_file(self(opaque)->base.opaque, s, offset, origin);
+        IO* io = self(opaque);
+        if (origin == ZLIB_FILEFUNC_SEEK_END) {
+            if (io->size == ~0ull) {
+                if (io->base.zseek64_file(io->base.opaque, s, 0, ZLIB_FILEFUNC_SEEK_END) != 0)
+                    return -1;
+                io->size = io->basePosition = io->base.ztell64_file(io->base.opaque, s);
+            }
+            if (offset > io->size)
+                return -1;
+            io->position = io->size - offset;
+        } else {
+            io->position = (origin == ZLIB_FILEFUNC_SEEK_CUR ? io->position : 0) + offset;
+        }
+        return 0;
     }
     static int ZCALLBACK closeFile(voidpf opaque, voidpf s) {
         self(opaque)->stream = nullptr;
@@ -582,9 +652,8 @@ unsigned long long ZIPFileSystem::locateData(const ZIPEntry& entry, const void* 
 unsigned ZIPFileSystem::readRaw(unsigned long long offset, void* buffer, unsigned size) {
     if (!mHandle || !mIO->stream)
         throw stream::IOException("ZIP file '%s' was closed", mPath.c_str());
-    if (mIO->base.zseek64_file(mIO->base.opaque, mIO->stream, offset, ZLIB_FILEFUNC_SEEK_SET) != 0)
-        return 0;
-    return (unsigned)mIO->base.zread_file(mIO->base.opaque, mIO->stream, buffer, size);
+    mIO->position = offset;
+    return (unsigned)mIO->read(buffer, size);
 }
 
 } // namespace vfs
