@@ -1,13 +1,9 @@
-# python3 mkzip.py --tree METHOD [stream] > out.zip: the current directory by
-# zipfile (METHOD as ZIP_STORED...; "stream" writes through a pipe, with data
-# descriptors). python3 mkzip.py description.json out.zip: an archive written
-# byte by byte from a JSON description, so that tests can make archives that lie.
-# Entry keys: name, text | zeros (count) | random (count), method (0/8),
-# crc/usize/csize (values written instead of the true ones), huge (a Zip64
-# size written in the directory record), same_data_as (index: the directory
-# record points at that entry's local header). Top-level keys: count (entries
-# claimed by the end record), truncate (bytes cut from the end).
-import json, os, random, struct, sys, zipfile, zlib
+# python3 mkzip.py --tree METHOD [stream] OUT: the current directory by zipfile ("stream": to stdout, with
+# data descriptors). python3 mkzip.py DESCRIPTION.json OUT: an archive that may lie, written byte by byte.
+# Entry keys: name, text | zeros (count), method (0/8), crc/usize/csize (written instead of the true values),
+# huge (a Zip64 size in the directory record), same_data_as (index of the entry whose local header the
+# directory record points at). Top-level keys: count (entries in the end record), truncate (bytes cut off).
+import json, os, struct, sys, zipfile, zlib
 
 if sys.argv[1] == "--tree":
     m = getattr(zipfile, sys.argv[2])
@@ -23,12 +19,7 @@ out, central = bytearray(), bytearray()
 offsets = []
 for e in spec["entries"]:
     name = e["name"].encode()
-    if "zeros" in e:
-        n, data = e["zeros"], None
-    elif "random" in e:
-        data = random.Random(7).randbytes(e["random"])
-    else:
-        data = e.get("text", "").encode()
+    n, data = e.get("zeros"), None if "zeros" in e else e.get("text", "").encode()
     method = e.get("method", 8)
     crc, usize, comp = 0, 0, zlib.compressobj(1, zlib.DEFLATED, -15)
     parts = []

@@ -3,6 +3,7 @@
 #include "../support/TestSupport.h"
 #include <atomic>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -46,14 +47,6 @@ Paths names(FileSystem& zfs, const char* dir) {
         out.insert(f->getPath());
     return out;
 }
-// The message of an IOException with its causes ("outer: cause").
-std::string describe(const core::Exception& e) {
-    std::string m = e.getMessage();
-    for (const core::Exception* c = e.getCause(); c; c = c->getCause())
-        m += std::string(": ") + c->getMessage();
-    return m;
-}
-
 class ZipTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -109,8 +102,11 @@ protected:
                     else
                         readAll(f);
             }
-        } catch (const IOException& e) {
-            return describe(e);
+        } catch (const IOException& e) { // the message with its causes ("outer: cause")
+            std::string m = e.getMessage();
+            for (const core::Exception* c = e.getCause(); c; c = c->getCause())
+                m += std::string(": ") + c->getMessage();
+            return m;
         }
         return "ok";
     }
@@ -208,11 +204,6 @@ TEST_F(ZipTest, HostileArchivesFailWithTheirOwnMessages) {
     for (auto& c : cases)
         EXPECT_NE(std::string::npos, outcome(c.second).find(c.first))
             << c.second << ": " << outcome(c.second);
-    // The truncated data leaves the directory intact: lookups still work.
-    ZIPFileSystem trunc(tmp.file("trunc.zip").c_str());
-    EXPECT_TRUE(trunc.exists("a.txt"));
-    EXPECT_MESSAGE(IOException, "Could not open ZIP file '" + tmp.file("cut.zip") + "'",
-                   ZIPFileSystem(tmp.file("cut.zip").c_str()).list("/"));
     // An honest 1 GiB of zeros: readable in bounded memory, its size exact.
     ZIPFileSystem bomb(
         lying("bomb.zip", "{\"entries\": [{\"name\": \"z\", \"zeros\": 1073741824}]}").c_str());
@@ -287,13 +278,12 @@ TEST_F(ZipTest, StreamsSeekSwitchAndRefuseWhatTheyCannotDo) {
     EXPECT_JOINED("299990|1000|298990|", at(s4.get(), 10, Stream::SM_END),
                   at(s4.get(), 1000, Stream::SM_BEGIN), s4->available());
     // Writing is refused.
-    EXPECT_MESSAGE(core::UnsupportedOperationException, "ZIPFileSystem::create(...)",
-                   deflated.create("n", true));
-    EXPECT_MESSAGE(core::UnsupportedOperationException, "ZIPFileSystem::remove(...)",
-                   deflated.remove("a.txt", 0));
-    EXPECT_MESSAGE(core::UnsupportedOperationException, "ZIPFileSystem::touch(...)", deflated.touch("a.txt"));
-    EXPECT_MESSAGE(core::UnsupportedOperationException, "ZIPFile::getOutputStream()",
-                   small->getOutputStream());
+    for (auto& c : std::map<std::string, std::function<void()>>{
+             {"ZIPFileSystem::create(...)", [&] { deflated.create("n", true); }},
+             {"ZIPFileSystem::remove(...)", [&] { deflated.remove("a.txt", 0); }},
+             {"ZIPFileSystem::touch(...)", [&] { deflated.touch("a.txt"); }},
+             {"ZIPFile::getOutputStream()", [&] { small->getOutputStream(); }}})
+        EXPECT_MESSAGE(core::UnsupportedOperationException, c.first, c.second());
     // Eight threads read through the one handle.
     std::atomic<int> good(0);
     tmaintest::onThreads(8, [&](int t) {
