@@ -17,7 +17,6 @@ ChainedFileSystem::ChainedFileSystem(const ChainedFileSystem& other) : FileSyste
 
 ChainedFileSystem& ChainedFileSystem::operator=(const ChainedFileSystem& other) {
     if (this != &other) {
-        ::core::Lock lock(mLock);
         clearMembers();
         copyMembers(other);
     }
@@ -29,12 +28,16 @@ ChainedFileSystem::~ChainedFileSystem() {
 }
 
 void ChainedFileSystem::copyMembers(const ChainedFileSystem& other) {
-    ::core::Lock theirs(other.mLock);
-    ::core::Lock ours(mLock);
-    for (FileSystem* fs : other.mFileSystems) {
-        fs->addRef();
-        mFileSystems.push_back(fs);
+    // One lock at a time: two chains assigned to each other from two threads must not deadlock.
+    std::vector<FileSystem*> members;
+    {
+        ::core::Lock theirs(other.mLock);
+        members = other.mFileSystems;
+        for (FileSystem* fs : members)
+            fs->addRef();
     }
+    ::core::Lock ours(mLock);
+    mFileSystems.insert(mFileSystems.end(), members.begin(), members.end());
 }
 
 void ChainedFileSystem::clearMembers() {
