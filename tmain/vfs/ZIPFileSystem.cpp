@@ -37,6 +37,7 @@ struct ZIPFileSystem::IO {
     zlib_filefunc64_def def;
     voidpf stream = nullptr;
     Buffer buffers[2];
+    unsigned hitLast = 0; // the buffer of the last read
     unsigned long long clock = 0;
     ZPOS64_T position = 0;     // where the next read starts
     ZPOS64_T basePosition = 0; // where the stdio stream stands
@@ -73,13 +74,22 @@ struct ZIPFileSystem::IO {
         return got;
     }
     uLong read(void* out, uLong n) {
+        Buffer& last = buffers[hitLast];
+        if (position >= last.start && position + n <= last.start + last.length) {
+            // The reader takes most header fields a byte at a time.
+            memcpy(out, last.data.get() + (position - last.start), n);
+            position += n;
+            return n;
+        }
         unsigned char* to = static_cast<unsigned char*>(out);
         uLong done = 0;
         while (done < n) {
             Buffer* hit = nullptr;
-            for (Buffer& b : buffers)
-                if (position >= b.start && position < b.start + b.length)
-                    hit = &b;
+            for (unsigned i = 0; i < 2; ++i)
+                if (position >= buffers[i].start && position < buffers[i].start + buffers[i].length) {
+                    hit = &buffers[i];
+                    hitLast = i;
+                }
             if (hit) {
                 uLong k = (uLong)std::min<ZPOS64_T>(n - done, hit->start + hit->length - position);
                 memcpy(to + done, hit->data.get() + (position - hit->start), k);
@@ -94,7 +104,8 @@ struct ZIPFileSystem::IO {
                 position += got;
                 break;
             }
-            Buffer& b = buffers[0].used <= buffers[1].used ? buffers[0] : buffers[1];
+            hitLast = buffers[0].used <= buffers[1].used ? 0 : 1;
+            Buffer& b = buffers[hitLast];
             b.start = position;
             b.length = readBase(b.data.get(), BUFFER_SIZE);
             b.used = ++clock;
@@ -240,18 +251,27 @@ void readExtra(const unsigned char* extra, unsigned length, ZIPEntry& e, const u
     }
 }
 
-__int64 dosTime(const tm_unz& t) {
-    struct tm tm = {};
-    tm.tm_year = (int)t.tm_year - 1900;
-    tm.tm_mon = (int)t.tm_mon;
-    tm.tm_mday = (int)t.tm_mday;
-    tm.tm_hour = (int)t.tm_hour;
-    tm.tm_min = (int)t.tm_min;
-    tm.tm_sec = (int)t.tm_sec;
-    tm.tm_isdst = -1;
-    time_t r = mktime(&tm);
-    return r == (time_t)-1 ? 0 : (__int64)r;
-}
+// Local DOS times to seconds since 1970. mktime() asks the disk for the time
+// zone on every call, so results are kept per hour (zone changes fall on whole
+// hours); an archive's entries mostly share a few.
+struct DOSTimes {
+    std::unordered_map<unsigned, __int64> hours;
+    __int64 operator()(const tm_unz& t) {
+        unsigned key = ((((unsigned)t.tm_year * 16 + t.tm_mon) * 32 + t.tm_mday) * 32) + t.tm_hour;
+        auto found = hours.find(key);
+        if (found == hours.end()) {
+            struct tm tm = {};
+            tm.tm_year = (int)t.tm_year - 1900;
+            tm.tm_mon = (int)t.tm_mon;
+            tm.tm_mday = (int)t.tm_mday;
+            tm.tm_hour = (int)t.tm_hour;
+            tm.tm_isdst = -1;
+            time_t r = mktime(&tm);
+            found = hours.emplace(key, r == (time_t)-1 ? (__int64)0 : (__int64)r).first;
+        }
+        return found->second ? found->second + t.tm_min * 60 + t.tm_sec : 0;
+    }
+};
 
 } // namespace
 
@@ -332,6 +352,10 @@ void ZIPFileSystem::buildIndex() {
         throw stream::IOException("Error listing contents for '%s'", mPath.c_str());
     std::vector<char> name(65536);
     std::vector<unsigned char> extra(65536);
+    DOSTimes dosTime;
+    // Each record takes at least 46 bytes: the reservation stays within the archive's size.
+    ZPOS64_T archiveSize = mIO->size == ~0ull ? 0 : mIO->size;
+    index->byKey.reserve((size_t)std::min<ZPOS64_T>(gi.number_entry, archiveSize / 46 + 1));
     // The count comes from the end record: stop there, whatever follows (an
     // archive of exactly 65,535 entries must not be walked past its end), and
     // never reserve from it.
