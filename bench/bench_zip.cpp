@@ -78,11 +78,11 @@ void compare(const char* what, const std::string& archive, const std::vector<std
         unzip.push_back(cpuTimed(RUSAGE_CHILDREN, [&] { sh("unzip -p '" + archive + "' > /dev/null"); }));
         python.push_back(cpuTimed(RUSAGE_CHILDREN, [&] { sh(py); }));
     }
-    printf(
-        "%-22s %8.1f MiB  CPU: ours %.3f s  unzip -p %.3f s  python3 %.3f s  ratio ours/unzip %.2f  ours/python3 "
-        "%.2f\n",
-        what, bytes / 1048576.0, median(ours), median(unzip), median(python), median(ours) / median(unzip),
-        median(ours) / median(python));
+    printf("%-22s %8.1f MiB  CPU: ours %.3f s  unzip -p %.3f s  python3 %.3f s  ratio ours/unzip %.2f  "
+           "ours/python3 "
+           "%.2f\n",
+           what, bytes / 1048576.0, median(ours), median(unzip), median(python), median(ours) / median(unzip),
+           median(ours) / median(python));
 }
 
 } // namespace
