@@ -14,10 +14,10 @@ if sys.argv[1] == "--tree":
             with z.open(i, "w") as w:
                 w.write(open(p, "rb").read())
     sys.exit(0)
-spec = json.load(open(sys.argv[1]))
+desc = json.load(open(sys.argv[1]))
 out, central = bytearray(), bytearray()
 offsets = []
-for e in spec["entries"]:
+for e in desc["entries"]:
     name = e["name"].encode()
     n, data = e.get("zeros"), None if "zeros" in e else e.get("text", "").encode()
     method = e.get("method", 8)
@@ -46,7 +46,7 @@ for e in spec["entries"]:
     central += struct.pack("<IHHHHHHIIIHHHHHII", 0x02014B50, 20, 20, 0, method, 0, 0x21, crc,
                            min(csize, 0xFFFFFFFF), min(usize, 0xFFFFFFFF), len(name), len(extra), 0, 0, 0,
                            0, offset) + name + extra
-count = spec.get("count", len(spec["entries"]))
+count = desc.get("count", len(desc["entries"]))
 start = len(out)
 out += central + struct.pack("<IHHHHIIH", 0x06054B50, 0, 0, count, count, len(central), start, 0)
-open(sys.argv[2], "wb").write(out[: len(out) - spec.get("truncate", 0)])
+open(sys.argv[2], "wb").write(out[: len(out) - desc.get("truncate", 0)])
