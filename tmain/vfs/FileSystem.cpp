@@ -15,6 +15,7 @@
 #include <tmain/vfs/SimpleFileSystem.h>
 #include <tmain/vfs/TemporaryFileSystem.h>
 #include <tmain/vfs/URLComponents.h>
+#include <tmain/vfs/ZIPFileSystem.h>
 
 namespace tarso {
 namespace vfs {
@@ -156,6 +157,26 @@ private:
 
 } // namespace
 
+namespace {
+
+// A local ".zip" archive, optionally followed by "!" and a root inside it:
+// the part before "!" must end in the first ".zip" it holds and name a file.
+bool isLocalZIP(const char* url, const std::string& path) {
+    std::string archive = path.substr(0, path.find('!'));
+    for (char& c : archive)
+        c = (char)tolower((unsigned char)c);
+    size_t ext = archive.find(".zip");
+    if (ext == std::string::npos || ext + 4 != archive.size())
+        return false;
+    std::string local(url);
+    local = local.substr(0, local.find('!'));
+    if (local.compare(0, 7, "file://") == 0)
+        local.erase(0, 7);
+    return platform::FileOperations::exists(local.c_str()) && !platform::FileOperations::isDirectory(local.c_str());
+}
+
+} // namespace
+
 ::core::Future<File*> FileSystem::lookupAsync(const char* path, LookupData* data) {
     ::core::Future<File*> future;
     ::core::SmartPtr<::core::GenericThread> worker(new ::core::GenericThread("LookupThread", true));
@@ -169,6 +190,8 @@ FileSystem* FileSystem::createFromURL(const char* url) {
     URLComponents parts;
     if (!URLComponents::crack(url, parts))
         throw ::core::IllegalArgumentException("HTTPFileSystem: Invalid URL");
+    if (isLocalZIP(url, parts.path))
+        return new ZIPFileSystem(url, false);
     if (text::StringUtil::compareIgnoreCase(parts.scheme.c_str(), "file") == 0)
         return new SimpleFileSystem(url);
     if (text::StringUtil::compareIgnoreCase(parts.scheme.c_str(), "http") == 0 ||
