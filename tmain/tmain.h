@@ -89,10 +89,12 @@
 #include <tmain/stream/Stream.h>
 #include <tmain/stream/StreamIOPool.h>
 #include <tmain/stream/Utils.h>
+#include <tmain/stream/ZIPInputStream.h>
 #include <tmain/vfs/CacheFile.h>
 #include <tmain/vfs/CacheFileSystem.h>
 #include <tmain/vfs/CacheInputStream.h>
 #include <tmain/vfs/CacheMap.h>
+#include <tmain/vfs/ChainedFileSystem.h>
 #include <tmain/vfs/File.h>
 #include <tmain/vfs/FileAlreadyExistsException.h>
 #include <tmain/vfs/FileList.h>
@@ -109,3 +111,6 @@
 #include <tmain/vfs/SimpleFileSystem.h>
 #include <tmain/vfs/TemporaryFileSystem.h>
 #include <tmain/vfs/URLComponents.h>
+#include <tmain/vfs/ZIPEntry.h>
+#include <tmain/vfs/ZIPFile.h>
+#include <tmain/vfs/ZIPFileSystem.h>
