@@ -217,3 +217,23 @@ TEST(RegistryConfigurationStore, KeysTypesAndCodes) {
     unsetenv("XDG_CONFIG_HOME");
     unsetenv("XDG_CONFIG_DIRS");
 }
+
+TEST(FileConfigurationStore, ThreadsShareTheRootLock) {
+    tmaintest::TempDir t;
+    SmartPtr<ConfigurationStore> s = ConfigurationStore::getCustom(t.path().c_str(), true);
+    SmartPtr<ConfigurationStore> sub = s->getContainer("c", true);
+    tmaintest::onThreads(4, [&](int n) {
+        for (int i = 0; i < 25; ++i) {
+            std::string k = "t" + std::to_string(n);
+            EXPECT_TRUE(s->setParameter(k.c_str(), i) && sub->setParameter(k.c_str(), -i) &&
+                        s->setParameter(("c/u" + std::to_string(n)).c_str(), i));
+            EXPECT_EQ(i, s->getParameterInt(k.c_str()));
+        }
+    });
+    // Writes through the root's paths and through the sub-store meet in one file.
+    FileConfigurationStore fresh(FileConfigurationStore::FL_CUSTOM, t.path().c_str(), false);
+    std::vector<std::string> values;
+    fresh.listValues("c", values);
+    EXPECT_JOINED("8|24|-24|24|", values.size(), fresh.getParameterInt("t3"), fresh.getParameterInt("c/t0"),
+                  fresh.getParameterInt("c/u2"));
+}

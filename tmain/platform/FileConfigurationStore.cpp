@@ -162,6 +162,10 @@ template <class T> bool FileConfigurationStore::setValue(const char* name, T val
     FileConfigurationStore* store = storeFor(name, true, leaf, holder);
     if (leaf.empty())
         return false;
+    // Another store object on the same container (a sub-store, the root with
+    // a path) may have written since this one loaded: start from the file.
+    if (!holder)
+        store->refresh();
     store->mValues->set(leaf.c_str(), value);
     if (!store->mValues->hasKey(leaf.c_str())) // an invalid UTF-8 name or text
         return false;
@@ -291,6 +295,8 @@ bool FileConfigurationStore::_remove(const char* name, bool container) {
             std::string leaf;
             ::core::SmartPtr<FileConfigurationStore> holder;
             FileConfigurationStore* store = storeFor(name, false, leaf, holder);
+            if (!holder)
+                store->refresh();
             if (store->mValues->hasKey(leaf.c_str())) {
                 store->mValues->remove(leaf.c_str());
                 ok = store->flush();

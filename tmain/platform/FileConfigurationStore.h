@@ -14,9 +14,12 @@ namespace platform {
 
 /// A configuration store on disk: each container is a directory holding one
 /// JSON file "values" (the container's values as one compact object);
-/// sub-containers are sub-directories. Every change rewrites the file
-/// through a temporary and a rename, so the file on disk is always either
-/// the old or the new text. Sub-container stores share their root's lock.
+/// sub-containers are sub-directories. Every change reloads the file,
+/// applies itself and rewrites the file through a temporary and a rename, so
+/// the file on disk is always either the old or the new text, and changes
+/// made through several store objects on one container are all kept.
+/// Getters read the values held since the last load. Sub-container stores
+/// share their root's lock.
 class TMAIN_API FileConfigurationStore : public ConfigurationStore {
 public:
     /// custom: the path as given; user and system: under Application's
