@@ -77,7 +77,7 @@ TEST(JSObject, ParseFailuresAndLog) {
     EXPECT_TRUE(log->contains(PREFIX + "'[' or '{' expected near '42' (1:2)", logging::LEVEL_ERROR));
     EXPECT_MESSAGE(core::IllegalArgumentException, "NULL input stream", JSObject::parse(nullptr));
     EXPECT_MESSAGE(core::IllegalArgumentException, "Invalid JSON type. Expected T_OBJECT or T_ARRAY",
-                   JSObject(JSObject::T_STRING));
+                   JSObject{JSObject::T_STRING});
     // Hostile input: deep nesting, numbers out of range, bad UTF-8, lone surrogates.
     for (const char* bad : {"[1e999]", "[-123456789012345678901234567890]", "[\"\xC3\x28\"]", "[\"\\ud800\"]",
                             "{\"\xFF\":1}", "[\"\xED\xA0\x80\"]"})

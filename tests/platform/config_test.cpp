@@ -237,3 +237,25 @@ TEST(FileConfigurationStore, ThreadsShareTheRootLock) {
     EXPECT_JOINED("8|24|-24|24|", values.size(), fresh.getParameterInt("t3"), fresh.getParameterInt("c/t0"),
                   fresh.getParameterInt("c/u2"));
 }
+
+TEST(RegistryConfigurationStore, SameKeyBehaviourOnLinuxAndUnderWine) {
+    tmaintest::TempDir t;
+    std::string src = TMAIN_SOURCE_DIR, driver = src + "/tests/platform/config_registry_driver.cc ";
+    tmaintest::outputOf(std::string(TMAIN_CXX_COMPILER) + " -std=c++17 " + TMAIN_SANITIZE_FLAGS + " -I" +
+                        src + " " + driver + src +
+                        "/tmain/platform/detail/RegistryKey_posix.cpp -L" TMAIN_BINARY_DIR
+                        " -ltmain -Wl,-rpath," TMAIN_BINARY_DIR " -o " +
+                        t.file("reg"));
+    std::string onLinux =
+        tmaintest::outputOf("XDG_CONFIG_HOME=" + t.file("home") + " " + t.file("reg") + " T");
+    EXPECT_EQ("2|0|0|0|0|0|0|0|0|4:4:9|0|11:8:2|0|1:5:116|0|3:4:0|2|0|Sub,/Count,big,f,s,|0|0|Deep,/"
+              "|2|0|0|0|/Count,"
+              "big,f,|0|0|2|",
+              onLinux);
+    TMAIN_REQUIRE_TOOL("wine");
+    TMAIN_REQUIRE_TOOL("x86_64-w64-mingw32-g++-posix");
+    tmaintest::outputOf("x86_64-w64-mingw32-g++-posix -std=c++17 -static -I" + src + " " + driver + src +
+                        "/tmain/platform/detail/RegistryKey_win32.cpp -o " + t.file("reg.exe"));
+    EXPECT_EQ(onLinux, tmaintest::outputOf("WINEPREFIX=" + t.file("wine") + " WINEDEBUG=-all wine " +
+                                           t.file("reg.exe") + " T 2>/dev/null"));
+}
