@@ -135,6 +135,53 @@ bool dumpable(json_t* v) {
     return true;
 }
 
+// Drops one reference. Jansson frees a tree recursively, one stack frame per
+// level; a tree built deeper by hand is taken apart here level by level
+// instead. A container is emptied only while this walk holds its last
+// reference, so values shared with other handles stay whole.
+void release(json_t* v) {
+    if (!json_is_object(v) && !json_is_array(v)) {
+        json_decref(v);
+        return;
+    }
+    std::vector<json_t*> pending{v};
+    std::vector<json_t*> children;
+    while (!pending.empty()) {
+        json_t* c = pending.back();
+        pending.pop_back();
+        if (c->refcount == 1) {
+            children.clear();
+            if (json_is_array(c)) {
+                for (size_t i = 0, n = json_array_size(c); i < n; ++i)
+                    children.push_back(json_array_get(c, i));
+            } else if (json_is_object(c)) {
+                for (void* it = json_object_iter(c); it; it = json_object_iter_next(c, it))
+                    children.push_back(json_object_iter_value(it));
+            }
+            for (json_t* child : children)
+                if (json_is_object(child) || json_is_array(child))
+                    pending.push_back(json_incref(child));
+            if (json_is_array(c))
+                json_array_clear(c);
+            else if (json_is_object(c))
+                json_object_clear(c);
+        }
+        json_decref(c);
+    }
+}
+
+// Moves every cached wrapper of o into out, leaving o's caches empty.
+void drainCaches(std::map<std::string, ::core::SmartPtr<JSObject>>& byKey,
+                 std::map<unsigned, ::core::SmartPtr<JSObject>>& byIndex,
+                 std::vector<::core::SmartPtr<JSObject>>& out) {
+    for (auto& e : byKey)
+        out.push_back(std::move(e.second));
+    for (auto& e : byIndex)
+        out.push_back(std::move(e.second));
+    byKey.clear();
+    byIndex.clear();
+}
+
 } // namespace
 
 const char* JSObject::unparse(Type type) {
@@ -176,15 +223,24 @@ JSObject& JSObject::operator=(const JSObject& other) {
         mValue = json_incref(other.mValue);
         mByKey = other.mByKey;
         mByIndex = other.mByIndex;
-        json_decref(old);
+        release(old);
     }
     return *this;
 }
 
+// A chain of cached wrappers as deep as the tree would otherwise be
+// destroyed recursively: wrappers whose last reference is in a cache are
+// emptied one at a time from a list instead.
 JSObject::~JSObject() {
-    mByKey.clear();
-    mByIndex.clear();
-    json_decref(mValue);
+    std::vector<::core::SmartPtr<JSObject>> pending;
+    drainCaches(mByKey, mByIndex, pending);
+    while (!pending.empty()) {
+        ::core::SmartPtr<JSObject> last = std::move(pending.back());
+        pending.pop_back();
+        if (last && last->getRefCount() == 1)
+            drainCaches(last->mByKey, last->mByIndex, pending);
+    }
+    release(mValue);
 }
 
 JSObject::Type JSObject::getType() const {
@@ -334,7 +390,9 @@ void JSObject::setMember(const char* key, json_t* value) {
         return;
     }
     mByKey.erase(key);
+    json_t* old = json_incref(json_object_get(mValue, key));
     json_object_set_new(mValue, key, value);
+    release(old);
 }
 
 void JSObject::setElement(unsigned index, json_t* value) {
@@ -344,7 +402,9 @@ void JSObject::setElement(unsigned index, json_t* value) {
     }
     if (index < json_array_size(mValue)) {
         mByIndex.erase(index);
+        json_t* old = json_incref(json_array_get(mValue, index));
         json_array_set_new(mValue, index, value);
+        release(old);
     } else {
         json_array_append_new(mValue, value);
     }
@@ -385,13 +445,11 @@ void JSObject::set(const char* key, JSObject* value) {
     if (!key || !json_is_object(mValue) || (value && !value->mValue))
         return;
     mByKey.erase(key);
-    if (!value) {
-        json_object_set_new(mValue, key, json_null());
-        return;
-    }
+    json_t* old = json_incref(json_object_get(mValue, key));
     ::core::SmartPtr<JSObject> keep(value);
-    if (json_object_set(mValue, key, value->mValue) == 0)
+    if (json_object_set_new(mValue, key, value ? json_incref(value->mValue) : json_null()) == 0 && value)
         mByKey[key] = keep;
+    release(old);
 }
 
 void JSObject::set(unsigned index, bool value) {
@@ -429,8 +487,10 @@ void JSObject::set(unsigned index, JSObject* value) {
     json_t* v = value ? value->mValue : json_null();
     if (index < n) {
         mByIndex.erase(index);
+        json_t* old = json_incref(json_array_get(mValue, index));
         if (json_array_set(mValue, index, v) == 0 && value)
             mByIndex[index] = keep;
+        release(old);
     } else if (json_array_append(mValue, v) == 0 && value) {
         mByIndex[n] = keep;
     }
@@ -471,11 +531,16 @@ void JSObject::remove(const char* key) {
     if (!key || !json_is_object(mValue))
         return;
     mByKey.erase(key);
+    json_t* old = json_incref(json_object_get(mValue, key));
     json_object_del(mValue, key);
+    release(old);
 }
 
 void JSObject::remove(unsigned index) {
-    if (!json_is_array(mValue) || json_array_remove(mValue, index) != 0)
+    json_t* old = json_incref(elementOf(index));
+    bool removed = old && json_array_remove(mValue, index) == 0;
+    release(old);
+    if (!removed)
         return;
     // Later elements move down by one; so do their wrappers.
     mByIndex.erase(index);
@@ -488,10 +553,18 @@ void JSObject::remove(unsigned index) {
 void JSObject::clear() {
     mByKey.clear();
     mByIndex.clear();
-    if (json_is_object(mValue))
+    std::vector<json_t*> old;
+    if (json_is_object(mValue)) {
+        for (void* it = json_object_iter(mValue); it; it = json_object_iter_next(mValue, it))
+            old.push_back(json_incref(json_object_iter_value(it)));
         json_object_clear(mValue);
-    else if (json_is_array(mValue))
+    } else if (json_is_array(mValue)) {
+        for (size_t i = 0, n = json_array_size(mValue); i < n; ++i)
+            old.push_back(json_incref(json_array_get(mValue, i)));
         json_array_clear(mValue);
+    }
+    for (json_t* v : old)
+        release(v);
 }
 
 JSObject::JSIterator JSObject::begin() {
@@ -551,7 +624,7 @@ void JSObject::parse(stream::InputStream* in, JSObject* target) {
     }
     target->mByKey.clear();
     target->mByIndex.clear();
-    json_decref(target->mValue);
+    release(target->mValue);
     target->mValue = value;
 }
 

@@ -18,7 +18,8 @@ namespace json {
 /// A tree belongs to one thread at a time.
 class TMAIN_API JSObject : public ::core::IRefCount {
 public:
-    enum Type { T_OBJECT = 0, T_ARRAY, T_STRING, T_INTEGER, T_REAL, T_BOOL, T_NULL, T_UNKNOWN };
+    // int-based, so that any number may be handed to unparse().
+    enum Type : int { T_OBJECT = 0, T_ARRAY, T_STRING, T_INTEGER, T_REAL, T_BOOL, T_NULL, T_UNKNOWN };
 
     /// Walks the members of an object; at its end at once for anything else.
     class TMAIN_API JSIterator {
