@@ -42,8 +42,7 @@ bool ConfigurationStore::setParameter(const core::Parameter* p) {
 }
 
 ::core::SmartPtr<core::Parameter> ConfigurationStore::getParameter(const char* name) {
-    core::Parameter::ParameterType type =
-        hasParameter(name) ? _getParameterType(name) : core::Parameter::PT_NONE;
+    core::Parameter::ParameterType type = name && *name ? _getParameterType(name) : core::Parameter::PT_NONE;
     ::core::SmartPtr<core::Parameter> p = new core::Parameter(name);
     std::string text;
     switch (type) {
