@@ -161,7 +161,9 @@ TEST(RegistryConfigurationStore, KeysTypesAndCodes) {
         "Unable to open registry key: Software\\A\\B (error 0x2)\nThe system cannot find the file specified.",
         ConfigurationStore::getUser("A/B", false));
     SmartPtr<ConfigurationStore> s = ConfigurationStore::getUser("A/B", true);
-    EXPECT_STREQ("Software\\A\\B", static_cast<RegistryConfigurationStore*>(s.get())->getKeyPath());
+    auto* reg = static_cast<RegistryConfigurationStore*>(s.get());
+    EXPECT_JOINED("Software\\A\\B|0|2147483649|", reg->getKeyPath(), reg->getRoot(),
+                  (unsigned long)(uintptr_t)reg->getRootKey());
     fill(s);
     EXPECT_EQ("1|-3|1099511627776|1|x\"y\xC3\xA9|3|5|7|dflt|0|1|", readBack(s));
     std::string key = t.file("home/tmain/registry/HKCU/Software/A/B/");

@@ -22,6 +22,8 @@ public:
     /// "Software\\" and the name with '\\' for every '/'.
     const char* getKeyPath() const { return mKeyPath.c_str(); }
     RegistryRoot getRoot() const { return mRoot; }
+    /// HKEY_CURRENT_USER or HKEY_LOCAL_MACHINE, as the HKEY value.
+    void* getRootKey() const { return mRootKey; }
 
 protected:
     bool _getParameterBool(const char* name, bool* def) const override;
@@ -49,7 +51,6 @@ private:
 
     std::string mKeyPath;
     RegistryRoot mRoot;
-    /// HKEY_CURRENT_USER or HKEY_LOCAL_MACHINE (unused on Linux).
     void* mRootKey;
 };
 

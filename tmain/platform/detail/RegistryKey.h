@@ -39,8 +39,8 @@ public:
     long removeKey(const char* name);
 
 private:
-    void* mHandle = nullptr; // Windows: the HKEY
-    std::string mPath;       // Linux: the key's directory
+    [[maybe_unused]] void* mHandle = nullptr; // Windows: the HKEY
+    std::string mPath;                        // Linux: the key's directory
 };
 
 /// The system's text for an error code, without a trailing line break.
