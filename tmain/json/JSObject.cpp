@@ -1,5 +1,6 @@
 #include <tmain/json/JSObject.h>
 
+#include <atomic>
 #include <cfloat>
 #include <climits>
 #include <cmath>
@@ -20,6 +21,17 @@ namespace {
 // level without any limit, so deeper trees built by hand are refused before
 // they reach it.
 const size_t MAX_DUMP_DEPTH = 2048;
+
+// Trees from the parser are at most MAX_DUMP_DEPTH deep, and a new object or
+// array is empty: only linking a container under another one can make a tree
+// deeper (or cyclic). Until the first such link in the process, dump() skips
+// the depth check.
+std::atomic<bool> sContainersLinked{false};
+
+void noteLink(const json_t* child) {
+    if (json_is_object(child) || json_is_array(child))
+        sContainersLinked.store(true, std::memory_order_relaxed);
+}
 
 JSObject::Type typeOf(const json_t* v) {
     if (!v)
@@ -447,6 +459,8 @@ void JSObject::set(const char* key, JSObject* value) {
     mByKey.erase(key);
     json_t* old = json_incref(json_object_get(mValue, key));
     ::core::SmartPtr<JSObject> keep(value);
+    if (value)
+        noteLink(value->mValue);
     if (json_object_set_new(mValue, key, value ? json_incref(value->mValue) : json_null()) == 0 && value)
         mByKey[key] = keep;
     release(old);
@@ -485,6 +499,7 @@ void JSObject::set(unsigned index, JSObject* value) {
     ::core::SmartPtr<JSObject> keep(value);
     unsigned n = (unsigned)json_array_size(mValue);
     json_t* v = value ? value->mValue : json_null();
+    noteLink(v);
     if (index < n) {
         mByIndex.erase(index);
         json_t* old = json_incref(json_array_get(mValue, index));
@@ -631,7 +646,7 @@ void JSObject::parse(stream::InputStream* in, JSObject* target) {
 void JSObject::dump(std::string& out) const {
     if (!mValue)
         throw ::core::IllegalStateException("Unable to dump JSON output: the handle holds no value");
-    if (!dumpable(mValue))
+    if (sContainersLinked.load(std::memory_order_relaxed) && !dumpable(mValue))
         throw ::core::Exception("Unable to dump JSON output: nested deeper than %u levels or cyclic",
                                 (unsigned)MAX_DUMP_DEPTH);
     // Straight into the caller's string: no intermediate copy of the text.
