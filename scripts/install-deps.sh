@@ -14,6 +14,7 @@ PACKAGES=(
   nginx-light squid curl openssl gss-ntlmssp libkrb5-dev
   python3-websockets python3-autobahn
   mcpp flex libmuparser-dev
+  wine wine64 g++-mingw-w64-x86-64-posix
 )
 # Node.js often comes from its own packages with npm inside; only a machine
 # without any npm gets Debian's.
