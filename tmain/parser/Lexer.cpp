@@ -31,6 +31,8 @@ Lexer::Lexer(unsigned flags, unsigned bufferSize)
 }
 
 Lexer::~Lexer() {
+    if (Token::TOKEN_UNKNOWN.text == mStore.getText())
+        Token::TOKEN_UNKNOWN.text = "<UNKNOWN>";
     if (mFlags & FLAG_OWNS_TOKENS) {
         for (TokenTable::const_iterator it = mTokens.begin(); it != mTokens.end(); ++it)
             delete it->second;
