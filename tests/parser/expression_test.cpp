@@ -3,6 +3,7 @@
 #include <climits>
 #include <cmath>
 #include <gtest/gtest.h>
+#include <random>
 #include <tests/support/TestSupport.h>
 #include <tmain/parser/ExpressionLexer.h>
 #include <tmain/parser/LexerException.h>
@@ -199,6 +200,40 @@ TEST(ExpressionParser, SyntaxErrorsAndDeepNesting) {
         borrowed.reset();
     }
     EXPECT_EQ("22:<!int!>=2@0 EOF@1", dump(lexer, "2", 1));
+}
+
+TEST(ExpressionParser, HostileInputsGiveAResultOrLexerException) {
+    parsertest::Evaluator ev;
+    std::vector<std::string> inputs = {"'unterminated",
+                                       "\"a /* b",
+                                       "1 /* open",
+                                       "1 // LF only\n+ 2",
+                                       std::string(5000, '9') + " + 1",
+                                       "1.5e99999 * 2",
+                                       "@#$ junk `words` ?",
+                                       std::string(3000, 'x') + "(",
+                                       std::string(200000, '-') + "1",
+                                       "f(" + std::string(100000, ',') + ")"};
+    std::mt19937 rng(5);
+    const char alphabet[] = "()+-*/!|&=<>,.'\" 0123456789abcxyz_\t\r\n";
+    for (int i = 0; i < 3000; ++i) {
+        std::string text(rng() % 200, ' ');
+        for (char& c : text)
+            c = rng() % 4 ? alphabet[rng() % (sizeof(alphabet) - 1)] : (char)rng();
+        inputs.push_back(text);
+    }
+    unsigned evaluated = 0, rejected = 0;
+    for (const std::string& text : inputs) {
+        try {
+            std::unique_ptr<Expression> e(ev.compile(text, 1 + rng() % 7));
+            EXPECT_LE(e->evaluate(true), 1u) << text; // the grammar never leaves two values
+            ++evaluated;
+        } catch (const LexerException&) {
+            ++rejected;
+        }
+    }
+    EXPECT_GT(rejected, 100u);
+    EXPECT_GT(evaluated, 100u);
 }
 
 } // namespace
