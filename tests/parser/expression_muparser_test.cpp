@@ -113,12 +113,6 @@ struct Gen {
     }
 };
 
-#ifdef TMAIN_HAVE_MUPARSER
-double muSub(double x, double y) {
-    return x - y;
-}
-#endif
-
 TEST(ExpressionMuparser, AgreesOnCommonGround) {
 #ifndef TMAIN_HAVE_MUPARSER
     if (tmaintest::underCI())
@@ -127,7 +121,8 @@ TEST(ExpressionMuparser, AgreesOnCommonGround) {
 #else
     parsertest::Evaluator ev;
     mu::Parser mu;
-    mu.DefineFun("sub", muSub);
+    mu.DefineFun(
+        "sub", +[](double x, double y) { return x - y; });
     unsigned compared[2] = {0, 0}, skipped[2] = {0, 0};
     for (int floats = 0; floats < 2; ++floats) {
         Gen gen{std::mt19937(floats ? 4242 : 1717), floats != 0};
