@@ -108,7 +108,8 @@ public:
     const Value& getTopResult() const;
 
 private:
-    bool run(size_t base);
+    /// Runs the entries on mStack; the number of values left, or -1 on failure.
+    long run();
     void copyNames();
 
     std::vector<Entry> mEntries;
@@ -117,6 +118,8 @@ private:
     FunctionCallback mFunctionCallback;
     std::vector<std::unique_ptr<char[]>> mNames;
     std::vector<Value> mArguments;
+    /// Working stack of one evaluation (one slot per entry at most).
+    std::vector<Value> mStack;
 };
 
 } // namespace parser
