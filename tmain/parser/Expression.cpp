@@ -219,8 +219,8 @@ unsigned Expression::evaluate(bool resetResults) {
     if (resetResults)
         mResults.clear();
     long left = run();
-    if (left > 0)
-        mResults.insert(mResults.end(), mStack.begin(), mStack.begin() + left);
+    for (long i = 0; i < left; ++i)
+        mResults.push_back(mStack[i]);
     return (unsigned)mResults.size();
 }
 
@@ -231,17 +231,22 @@ long Expression::run() {
         mStack.resize(count);
     Value* const stack = mStack.data();
     size_t top = 0; // number of values on the stack
+    const bool haveVariables = static_cast<bool>(mVariableCallback);
+    // Local copies: the callbacks could alias any member, so the compiler
+    // would reload them for every entry.
+    const Entry* const entries = mEntries.data();
     for (size_t i = 0; i < count; ++i) {
-        const Entry& entry = mEntries[i];
+        const Entry& entry = entries[i];
         switch (entry.command) {
         case CMD_PUSH:
             stack[top++] = entry.value;
             break;
         case CMD_VARIABLE: {
-            if (!mVariableCallback)
+            if (!haveVariables)
                 return -1;
             Value& value = stack[top];
-            value = Value();
+            value.type = Value::TYPE_INT;
+            value.value.stringValue = nullptr;
             bool handled = false;
             mVariableCallback(entry.value.value.stringValue, value, handled);
             if (!handled)
@@ -250,10 +255,10 @@ long Expression::run() {
             break;
         }
         case CMD_FUNCTION: {
-            if (i + 1 >= count || mEntries[i + 1].command != CMD_PUSH ||
-                mEntries[i + 1].value.type != Value::TYPE_INT || !mFunctionCallback)
+            if (i + 1 >= count || entries[i + 1].command != CMD_PUSH ||
+                entries[i + 1].value.type != Value::TYPE_INT || !mFunctionCallback)
                 return -1;
-            int argc = mEntries[++i].value.value.intValue;
+            int argc = entries[++i].value.value.intValue;
             if (argc < 0 || (size_t)argc > top)
                 return -1;
             mArguments.resize(argc);
@@ -278,12 +283,22 @@ long Expression::run() {
             --top;
             Value& a = stack[top - 1];
             const Value& b = stack[top];
-            if (a.type == Value::TYPE_FLOAT && b.type == Value::TYPE_FLOAT) {
-                float x = a.value.floatValue, y = b.value.floatValue;
-                a.value.floatValue = entry.command == CMD_ADD   ? x + y
-                                     : entry.command == CMD_SUB ? x - y
-                                     : entry.command == CMD_MUL ? x * y
-                                                                : x / y;
+            if (a.type == Value::TYPE_FLOAT && b.type == Value::TYPE_FLOAT) { // the common case, inline
+                float y = b.value.floatValue;
+                float& x = a.value.floatValue;
+                switch (entry.command) {
+                case CMD_ADD:
+                    x += y;
+                    break;
+                case CMD_SUB:
+                    x -= y;
+                    break;
+                case CMD_MUL:
+                    x *= y;
+                    break;
+                default:
+                    x /= y;
+                }
             } else if (!arithmetic(entry.command, a, b, a)) {
                 return -1;
             }
