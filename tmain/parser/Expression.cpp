@@ -218,18 +218,28 @@ const Expression::Value& Expression::getTopResult() const {
 unsigned Expression::evaluate(bool resetResults) {
     if (resetResults)
         mResults.clear();
-    long left = run();
-    for (long i = 0; i < left; ++i)
-        mResults.push_back(mStack[i]);
+    // Every entry pushes at most one value: the working stack never needs
+    // more room than this.
+    if (mStack.size() < mEntries.size())
+        mStack.resize(mEntries.size());
+    long left = run(mStack.data());
+    for (long i = 0; i < left; ++i) {
+        // Field by field: a float was just stored in 4 bytes, and reading it
+        // back as part of a wider copy would stall the store forwarding.
+        const Value& v = mStack[i];
+        mResults.emplace_back();
+        Value& copy = mResults.back();
+        copy.type = v.type;
+        if (v.type == Value::TYPE_STRING)
+            copy.value.stringValue = v.value.stringValue;
+        else
+            copy.value.intValue = v.value.intValue;
+    }
     return (unsigned)mResults.size();
 }
 
-long Expression::run() {
+long Expression::run(Value* const stack) {
     const size_t count = mEntries.size();
-    // Every entry pushes at most one value, so the stack never outgrows this.
-    if (mStack.size() < count)
-        mStack.resize(count);
-    Value* const stack = mStack.data();
     size_t top = 0; // number of values on the stack
     const bool haveVariables = static_cast<bool>(mVariableCallback);
     // Local copies: the callbacks could alias any member, so the compiler
