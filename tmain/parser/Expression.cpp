@@ -247,11 +247,13 @@ long Expression::run(Value* const stack) {
     const Entry* const entries = mEntries.data();
     for (size_t i = 0; i < count; ++i) {
         const Entry& entry = entries[i];
-        switch (entry.command) {
-        case CMD_PUSH:
+        // Operands first, by plain branches: they predict better than the
+        // jump table of the operators.
+        if (entry.command == CMD_PUSH) {
             stack[top++] = entry.value;
-            break;
-        case CMD_VARIABLE: {
+            continue;
+        }
+        if (entry.command == CMD_VARIABLE) {
             if (!haveVariables)
                 return -1;
             Value& value = stack[top];
@@ -262,8 +264,9 @@ long Expression::run(Value* const stack) {
             if (!handled)
                 return -1;
             ++top;
-            break;
+            continue;
         }
+        switch (entry.command) {
         case CMD_FUNCTION: {
             if (i + 1 >= count || entries[i + 1].command != CMD_PUSH ||
                 entries[i + 1].value.type != Value::TYPE_INT || !mFunctionCallback)
