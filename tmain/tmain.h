@@ -75,6 +75,14 @@
 #include <tmain/net/TransportProtocol.h>
 #include <tmain/net/WebSocket.h>
 #include <tmain/net/WebSocketServer.h>
+#include <tmain/parser/Expression.h>
+#include <tmain/parser/ExpressionLexer.h>
+#include <tmain/parser/ExpressionParser.h>
+#include <tmain/parser/Lexer.h>
+#include <tmain/parser/LexerException.h>
+#include <tmain/parser/Parser.h>
+#include <tmain/parser/TextStore.h>
+#include <tmain/parser/Token.h>
 #include <tmain/platform/Application.h>
 #include <tmain/platform/CommandLineParser.h>
 #include <tmain/platform/ConfigurationStore.h>
