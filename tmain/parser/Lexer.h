@@ -47,6 +47,8 @@ public:
 
     Lexer(unsigned flags, unsigned bufferSize);
     virtual ~Lexer();
+    Lexer(const Lexer&) = delete;
+    Lexer& operator=(const Lexer&) = delete;
 
     /// The registered token for a text (upper-cased first unless
     /// case-sensitive), counting only enabled ones; with useText2Token, a miss
