@@ -163,6 +163,8 @@ TEST(Preprocessor, HostileInput) {
     for (int i = 0; i < 1000; ++i)
         calls += "F(";
     EXPECT_EQ("1", pp(calls + "1" + std::string(1000, ')')));
+    expectMessage("#define F(a) a\nF" + std::string(200000, '(') + std::string(200000, ')'),
+                  "Syntax error in macro expansion for F: parentheses nested deeper than 10000");
     for (unsigned seed = 0; seed < 300; ++seed) {
         std::string junk = tmaintest::randomBytes(200 + seed * 7, seed);
         if (seed % 2)

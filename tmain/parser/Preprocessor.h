@@ -35,8 +35,12 @@ namespace parser {
 ///   with CR LF; there is no line continuation and no #include.
 /// Expansion that would never end (a text seen before in the same expansion,
 /// as with "#define A A") or that grows over 64 MiB throws
-/// "Syntax error in macro expansion for %s: recursive expansion".
-/// Nesting of #if is handled without recursion, to any depth.
+/// "Syntax error in macro expansion for %s: recursive expansion". A value
+/// that keeps growing (as with "#define A x A") is only stopped by the size
+/// limit, after about a second of passes.
+/// Nesting of #if is handled without recursion, to any depth; a macro call
+/// with parentheses nested deeper than 10000 levels throws, since every pass
+/// of the rule above strips one level and rescans the rest.
 class TMAIN_API Preprocessor : public core::Object {
     TMAIN_TYPE()
 public:
@@ -52,7 +56,8 @@ public:
         ENDIF = 8
     };
 
-    /// Parameter names (empty for an object-like macro) and the value.
+    /// Parameter names and the value; functionLike tells "#define F() x"
+    /// (a call without arguments) from "#define F x".
     struct MacroData {
         std::vector<std::string> parameters;
         std::string value;

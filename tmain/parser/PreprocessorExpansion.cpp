@@ -11,6 +11,7 @@ namespace detail {
 namespace {
 
 const size_t CHUNK_SIZE = 128;
+const int MAX_CALL_DEPTH = 10000;
 
 bool isWord(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
@@ -222,7 +223,12 @@ bool PreprocessorExpansion::readCall(const MacroState& m, size_t chunk, size_t o
             throw LexerException("Syntax error in macro expansion for %s: mismatched parenthesis", m.name);
         ++o;
         if (ch == '(') {
-            ++depth;
+            // Each pass strips one level of nested calls and rescans the rest,
+            // so very deep nesting is refused instead of taking quadratic time.
+            if (++depth > MAX_CALL_DEPTH)
+                throw LexerException(
+                    "Syntax error in macro expansion for %s: parentheses nested deeper than %d", m.name,
+                    MAX_CALL_DEPTH);
         } else if (ch == ')') {
             if (--depth == 0)
                 break;
