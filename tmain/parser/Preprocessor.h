@@ -37,7 +37,7 @@ namespace parser {
 /// as with "#define A A") or that grows over 64 MiB throws
 /// "Syntax error in macro expansion for %s: recursive expansion". A value
 /// that keeps growing (as with "#define A x A") is only stopped by the size
-/// limit, after about a second of passes.
+/// limit, after a few seconds of passes.
 /// Nesting of #if is handled without recursion, to any depth; a macro call
 /// with parentheses nested deeper than 10000 levels throws, since every pass
 /// of the rule above strips one level and rescans the rest.
