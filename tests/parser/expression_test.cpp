@@ -23,8 +23,9 @@ TEST(ExpressionLexer, TokensOfTrickyInputs) {
          "8:||@0 9:&&@3 10:!@6 11:|@8 12:&@10 13:~@12 14:==@14 15:!=@17 16:>@20 17:>=@22 18:<@25 19:<=@27 "
          "20:^@30 EOF@31"},
         {"1 >= 2 a>b", "22:<!int!>=1@0 17:>=@2 22:<!int!>=2@5 25:a@7 16:>@8 25:b@9 EOF@10"},
-        {"1>=2 3", "22:<!int!>=1@0 EOF@6"}, // glued operator + digit: dropped with the rest
-        {"0 00 7", "22:<!int!>=0@0 EOF@6"}, // "00" is no token and swallows the rest
+        {"1>=2 3", "22:<!int!>=1@0 EOF@6"},              // glued operator + digit: dropped with the rest
+        {"0 00 7", "22:<!int!>=0@0 EOF@6"},              // "00" is no token and swallows the rest
+        {"a==b 1==2", "25:a==b@0 22:<!int!>=1@5 EOF@9"}, // '=' alone does not end a word
         {"12ab 1e5 2.5 .5 -3 x_1", "22:<!int!>=12@0 22:<!int!>=1@5 23:<!float!>=2.500000@9 "
                                    "23:<!float!>=0.500000@13 7:-@16 22:<!int!>=3@17 25:x_1@19 EOF@22"},
         {"'it''s' \"a /*x*/  b\" \"open", "21:<!string!>=it@0 21:<!string!>=s@4 21:<!string!>=a b@8 "

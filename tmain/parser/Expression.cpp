@@ -218,71 +218,111 @@ const Expression::Value& Expression::getTopResult() const {
 unsigned Expression::evaluate(bool resetResults) {
     if (resetResults)
         mResults.clear();
-    size_t base = mResults.size();
-    if (!run(base))
-        mResults.resize(base);
+    // Every entry pushes at most one value: the working stack never needs
+    // more room than this.
+    if (mStack.size() < mEntries.size())
+        mStack.resize(mEntries.size());
+    long left = run(mStack.data());
+    for (long i = 0; i < left; ++i) {
+        // Field by field: a float was just stored in 4 bytes, and reading it
+        // back as part of a wider copy would stall the store forwarding.
+        const Value& v = mStack[i];
+        mResults.emplace_back();
+        Value& copy = mResults.back();
+        copy.type = v.type;
+        if (v.type == Value::TYPE_STRING)
+            copy.value.stringValue = v.value.stringValue;
+        else
+            copy.value.intValue = v.value.intValue;
+    }
     return (unsigned)mResults.size();
 }
 
-bool Expression::run(size_t base) {
+long Expression::run(Value* const stack) {
     const size_t count = mEntries.size();
+    size_t top = 0; // number of values on the stack
+    const bool haveVariables = static_cast<bool>(mVariableCallback);
+    // Local copies: the callbacks could alias any member, so the compiler
+    // would reload them for every entry.
+    const Entry* const entries = mEntries.data();
     for (size_t i = 0; i < count; ++i) {
-        const Entry& entry = mEntries[i];
-        const size_t available = mResults.size() - base;
-        switch (entry.command) {
-        case CMD_PUSH:
-            mResults.push_back(entry.value);
-            break;
-        case CMD_VARIABLE: {
-            if (!mVariableCallback)
-                return false;
-            Value value;
+        const Entry& entry = entries[i];
+        // Operands first, by plain branches: they predict better than the
+        // jump table of the operators.
+        if (entry.command == CMD_PUSH) {
+            stack[top++] = entry.value;
+            continue;
+        }
+        if (entry.command == CMD_VARIABLE) {
+            if (!haveVariables)
+                return -1;
+            Value& value = stack[top];
+            value.type = Value::TYPE_INT;
+            value.value.stringValue = nullptr;
             bool handled = false;
             mVariableCallback(entry.value.value.stringValue, value, handled);
             if (!handled)
-                return false;
-            mResults.push_back(value);
-            break;
+                return -1;
+            ++top;
+            continue;
         }
+        switch (entry.command) {
         case CMD_FUNCTION: {
-            if (i + 1 >= count || mEntries[i + 1].command != CMD_PUSH ||
-                mEntries[i + 1].value.type != Value::TYPE_INT || !mFunctionCallback)
-                return false;
-            int argc = mEntries[++i].value.value.intValue;
-            if (argc < 0 || (size_t)argc > available)
-                return false;
+            if (i + 1 >= count || entries[i + 1].command != CMD_PUSH ||
+                entries[i + 1].value.type != Value::TYPE_INT || !mFunctionCallback)
+                return -1;
+            int argc = entries[++i].value.value.intValue;
+            if (argc < 0 || (size_t)argc > top)
+                return -1;
             mArguments.resize(argc);
-            for (int k = 0; k < argc; ++k) {
-                mArguments[k] = mResults.back();
-                mResults.pop_back();
-            }
-            Value result;
+            for (int k = 0; k < argc; ++k)
+                mArguments[k] = stack[--top];
+            Value& result = stack[top];
+            result = Value();
             bool handled = false;
             mFunctionCallback(entry.value.value.stringValue, mArguments.data(), (unsigned)argc, result,
                               handled);
             if (!handled)
-                return false;
-            mResults.push_back(result);
+                return -1;
+            ++top;
             break;
         }
         case CMD_ADD:
         case CMD_SUB:
         case CMD_MUL:
         case CMD_DIV: {
-            if (available < 2)
-                return false;
-            Value b = mResults.back();
-            mResults.pop_back();
-            if (!arithmetic(entry.command, mResults.back(), b, mResults.back()))
-                return false;
+            if (top < 2)
+                return -1;
+            --top;
+            Value& a = stack[top - 1];
+            const Value& b = stack[top];
+            if (a.type == Value::TYPE_FLOAT && b.type == Value::TYPE_FLOAT) { // the common case, inline
+                float y = b.value.floatValue;
+                float& x = a.value.floatValue;
+                switch (entry.command) {
+                case CMD_ADD:
+                    x += y;
+                    break;
+                case CMD_SUB:
+                    x -= y;
+                    break;
+                case CMD_MUL:
+                    x *= y;
+                    break;
+                default:
+                    x /= y;
+                }
+            } else if (!arithmetic(entry.command, a, b, a)) {
+                return -1;
+            }
             break;
         }
         case CMD_NOP:
             break;
         case CMD_NEG: {
-            if (available < 1)
-                return false;
-            Value& v = mResults.back();
+            if (top < 1)
+                return -1;
+            Value& v = stack[top - 1];
             if (v.type == Value::TYPE_FLOAT)
                 v.value.floatValue = -v.value.floatValue;
             else if (isString(v))
@@ -293,37 +333,34 @@ bool Expression::run(size_t base) {
         }
         case CMD_AND:
         case CMD_OR: {
-            if (available < 2)
-                return false;
-            bool b = truth(mResults.back());
-            mResults.pop_back();
-            bool a = truth(mResults.back());
-            mResults.back() = intValue(entry.command == CMD_AND ? (a && b) : (a || b));
+            if (top < 2)
+                return -1;
+            --top;
+            bool a = truth(stack[top - 1]), b = truth(stack[top]);
+            stack[top - 1] = intValue(entry.command == CMD_AND ? (a && b) : (a || b));
             break;
         }
         case CMD_NOT:
-            if (available < 1)
-                return false;
-            mResults.back() = intValue(!truth(mResults.back()));
+            if (top < 1)
+                return -1;
+            stack[top - 1] = intValue(!truth(stack[top - 1]));
             break;
         case CMD_EQ:
         case CMD_NE:
         case CMD_GT:
         case CMD_GE:
         case CMD_LT:
-        case CMD_LE: {
-            if (available < 2)
-                return false;
-            Value b = mResults.back();
-            mResults.pop_back();
-            mResults.back() = intValue(compare(entry.command, mResults.back(), b));
+        case CMD_LE:
+            if (top < 2)
+                return -1;
+            --top;
+            stack[top - 1] = intValue(compare(entry.command, stack[top - 1], stack[top]));
             break;
-        }
         default:
-            return false;
+            return -1;
         }
     }
-    return true;
+    return (long)top;
 }
 
 } // namespace parser

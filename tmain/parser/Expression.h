@@ -26,6 +26,7 @@ namespace parser {
 /// enough operands of this evaluation, a call without its count entry. The
 /// values this evaluation pushed are then dropped, so with resetResults the
 /// result count is 0. A well-formed expression leaves exactly one result.
+/// Callbacks must not use the expression they are called from.
 class TMAIN_API Expression {
 public:
     enum Command : unsigned {
@@ -108,7 +109,9 @@ public:
     const Value& getTopResult() const;
 
 private:
-    bool run(size_t base);
+    /// Runs the entries on a stack with room for one value per entry; the
+    /// number of values left, or -1 on failure.
+    long run(Value* stack);
     void copyNames();
 
     std::vector<Entry> mEntries;
@@ -117,6 +120,8 @@ private:
     FunctionCallback mFunctionCallback;
     std::vector<std::unique_ptr<char[]>> mNames;
     std::vector<Value> mArguments;
+    /// Working stack of an evaluation (one slot per entry).
+    std::vector<Value> mStack;
 };
 
 } // namespace parser

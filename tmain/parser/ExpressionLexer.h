@@ -14,6 +14,8 @@ namespace parser {
 /// - a two-character operator glued to a following letter or digit ("1>=2")
 ///   is not an operator: it starts a word that no rule accepts, and such a
 ///   word swallows what follows it;
+/// - '=' is not a token by itself, so it does not end a word: "a==b" is one
+///   identifier and "1==2" the int 1 (write "a == b");
 /// - number words are read with atoi/atof: "12ab" is the int 12, "1e5" the
 ///   int 1, and a number word reading as 0 other than "0" itself (such as
 ///   "00" or "0x1F") is no token at all; ints beyond 32 bits saturate;

@@ -60,7 +60,10 @@ void Lexer::addToken(const Token* token) {
 Token* Lexer::findToken(const char* text, bool useText2Token) {
     if (text == nullptr)
         return nullptr;
-    size_t length = strlen(text);
+    // Only the length up to the longest registered text matters.
+    size_t length = 0;
+    while (length <= mLongestToken && text[length])
+        ++length;
     Token* token = nullptr;
     if (length == 1) {
         token = mSingle[(unsigned char)((mFlags & FLAG_CASE_SENSITIVE) ? text[0] : upper(text[0]))];
