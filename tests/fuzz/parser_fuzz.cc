@@ -7,7 +7,9 @@
 // - the lexer advances (a stuck lexer shows as a timeout);
 // - parsing gives an Expression or a LexerException, nothing else, and
 //   evaluating it (variables and calls through callbacks) leaves at most one
-//   value.
+//   value;
+// - preprocessing gives the same output (or the same LexerException) however
+//   the stream delivers its bytes.
 #include "../parser/lexer_support.h"
 #include "fuzz_support.h"
 
@@ -16,11 +18,27 @@
 #include <string>
 #include <tmain/parser/ExpressionLexer.h>
 #include <tmain/parser/ExpressionParser.h>
+#include <tmain/parser/Preprocessor.h>
+#include <tmain/stream/ByteOutputStream.h>
 
 using namespace tarso::parser;
 
 namespace {
 const char* const NAME = "parser_fuzz";
+
+// The preprocessed text, or "!" and the message of the LexerException.
+std::string preprocessed(const std::string& text, unsigned chunk) {
+    parsertest::ChunkedStream in(text, chunk);
+    tarso::stream::ByteOutputStream out;
+    out.open(tarso::stream::ByteOutputStream::OM_WRITE);
+    std::string error;
+    try {
+        Preprocessor().preprocess(&in, &out);
+    } catch (const LexerException& e) {
+        error = std::string("!") + e.getMessage();
+    }
+    return std::string(reinterpret_cast<const char*>(out.getBytes()), out.getSize()) + error;
+}
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -33,6 +51,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ExpressionLexer lexer;
     if (parsertest::dump(lexer, text, chunk) != parsertest::dump(lexer, text, 1u << 30))
         fuzz::fail(NAME, "tokens depend on how the stream delivers its bytes");
+
+    if (preprocessed(text, chunk) != preprocessed(text, 1u << 30))
+        fuzz::fail(NAME, "preprocessing depends on how the stream delivers its bytes");
 
     ExpressionParser parser;
     parsertest::ChunkedStream in(text, chunk);
