@@ -88,6 +88,7 @@ TEST(Exceptions, FormatTruncateCloneAndRethrowOnAnotherThread) {
         const core::Exception& ex = core::UnsupportedOperationException("op %s", "x");
         stored.reset(ex.clone());
     }).join();
+    ASSERT_NE(nullptr, stored);
     EXPECT_STREQ("core::UnsupportedOperationException", stored->getType().getName());
     EXPECT_MESSAGE(core::UnsupportedOperationException, "op x", stored->rethrow());
 }
