@@ -132,11 +132,12 @@ struct CacheFixture : ::testing::Test {
         source = new SourceFileSystem(srcRoot);
         makeCache();
     }
-    void makeCache(unsigned buffer = 4096, unsigned slots = 16) {
+    tarso::vfs::CacheFileSystem* makeCache(unsigned buffer = 4096, unsigned slots = 16) {
         cache = nullptr;
         cache =
             new tarso::vfs::CacheFileSystem(cacheRoot.c_str(), source.get(),
                                             tarso::vfs::CacheFileSystem::CachePolicy::DEFAULT, buffer, slots);
+        return cache.get();
     }
     void addSource(const std::string& path, size_t size, unsigned seed, __int64 mtime = 1500000000) {
         content[path] = randomBytes(size, seed);
@@ -157,6 +158,13 @@ struct CacheFixture : ::testing::Test {
     std::string local(const std::string& rel) { return cacheRoot + "/" + rel; }
     bool onDisk(const std::string& rel) {
         return tarso::platform::FileOperations::exists(local(rel).c_str());
+    }
+    /// Those of the paths that exist, each followed by a space.
+    std::string present(std::initializer_list<const char*> rels) {
+        std::string out;
+        for (const char* rel : rels)
+            out += onDisk(rel) ? rel + std::string(" ") : "";
+        return out;
     }
     std::string readAll(const std::string& path) {
         return readRange(cache.get(), path.c_str(), 0, (unsigned)content[path].size());

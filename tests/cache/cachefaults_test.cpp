@@ -50,6 +50,9 @@ int inChild(const std::function<int()>& body) {
         }                                                                                                    \
     } while (0)
 
+template <class F> std::string ioError(F f) {
+    return tmaintest::messageOf<stream::IOException>(f);
+}
 void limitFileSize(rlim_t bytes) {
     struct rlimit rl;
     getrlimit(RLIMIT_FSIZE, &rl);
@@ -89,14 +92,11 @@ TEST_F(CacheFixture, SourceFailuresNeverYieldWrongBytes) {
     EXPECT_EQ(100000u, in->tell());
     EXPECT_EQ(4096u + 1024u, cachedMap().getCachedSize()); // what arrived before the failure is kept
     source->failEvery = 0;
-    in->seek(0, stream::Stream::SM_BEGIN);
-    ASSERT_EQ(1000u, in->read(&buf[0], 1, 1000));
-    EXPECT_EQ(want.substr(0, 1000), buf);
-    ASSERT_EQ(1000u, in->read(&buf[0], 1, 1000));
-    EXPECT_EQ(want.substr(1000, 1000), buf);
-    in->seek(100000, stream::Stream::SM_BEGIN);
-    ASSERT_EQ(1000u, in->read(&buf[0], 1, 1000));
-    EXPECT_EQ(want.substr(100000, 1000), buf);
+    for (unsigned at : {0, 1000, 100000}) {
+        if (at != 1000) // the middle read goes on from the first
+            in->seek(at, stream::Stream::SM_BEGIN);
+        EXPECT_EQ(want.substr(at, 1000), buf.substr(0, in->read(&buf[0], 1, 1000))) << at;
+    }
     EXPECT_EQ(1u, source->maxFetches("f.bin"));
     in.reset();
     file = nullptr;
@@ -108,23 +108,19 @@ TEST_F(CacheFixture, SourceFailuresNeverYieldWrongBytes) {
     source->maxChunk = 3000;
     source->failEvery = 7;
     std::atomic<int> wrong{0}, failed{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 8; ++t)
-        threads.emplace_back([&, t] {
-            std::mt19937 rng(200 + t);
-            for (int i = 0; i < 60; ++i) {
-                std::string path = "t" + std::to_string((t + i) % 4);
-                const std::string& w = content[path];
-                unsigned off = rng() % w.size(), n = 1 + rng() % (i % 2 ? 300 : 30000);
-                try {
-                    wrong += readRange(cache.get(), path.c_str(), off, n) != w.substr(off, n);
-                } catch (const stream::IOException&) {
-                    ++failed;
-                }
+    tmaintest::onThreads(8, [&](int t) {
+        std::mt19937 rng(200 + t);
+        for (int i = 0; i < 60; ++i) {
+            std::string path = "t" + std::to_string((t + i) % 4);
+            const std::string& w = content.at(path);
+            unsigned off = rng() % w.size(), n = 1 + rng() % (i % 2 ? 300 : 30000);
+            try {
+                wrong += readRange(cache.get(), path.c_str(), off, n) != w.substr(off, n);
+            } catch (const stream::IOException&) {
+                ++failed;
             }
-        });
-    for (auto& t : threads)
-        t.join();
+        }
+    });
     EXPECT_EQ(0, wrong.load());
     EXPECT_LT(0, failed.load());
     source->failEvery = 0;
@@ -152,38 +148,26 @@ TEST_F(CacheFixture, FileSizeLimitNeverCorruptsTheCache) {
     cache = nullptr; // the child makes its own
     int rc = inChild([&]() -> int {
         signal(SIGXFSZ, SIG_IGN);
-        ::core::SmartPtr<vfs::CacheFileSystem> c(new vfs::CacheFileSystem(cacheRoot.c_str(), source.get()));
-        {
-            // Pre-sizing a data file past the limit fails at lookup.
-            limitFileSize(256 << 10);
-            bool threw = false;
-            try {
-                ::core::SmartPtr<vfs::File> f(c->lookup("huge.bin"));
-            } catch (const stream::IOException&) {
-                threw = true;
-            }
-            CHILD_CHECK(threw);
-            limitFileSize(RLIM_INFINITY);
-        }
+        vfs::CacheFileSystem* c = makeCache(65536);
+        // Pre-sizing a data file past the limit fails at lookup.
+        limitFileSize(256 << 10);
+        CHILD_CHECK(ioError([&] { ::core::SmartPtr<vfs::File>(c->lookup("huge.bin")); }) != "<no exception>");
+        limitFileSize(RLIM_INFINITY);
         // Pre-sized first, then limited: ranges past 256 KiB cannot be stored.
         ::core::SmartPtr<vfs::File> f(c->lookup("big.bin"));
-        CHILD_CHECK(readRange(c.get(), "big.bin", 0, 100000) == want.substr(0, 100000));
+        CHILD_CHECK(readRange(c, "big.bin", 0, 100000) == want.substr(0, 100000));
         limitFileSize(256 << 10);
-        std::string message;
-        try {
-            readRange(c.get(), "big.bin", 600000, 70000);
-        } catch (const stream::IOException& e) {
-            message = e.getMessage();
-        }
-        CHILD_CHECK(message.find("CacheInputStream::read::write local data") != std::string::npos);
-        CHILD_CHECK(readChecked(c.get(), "big.bin", want, 65536) >= 10); // all below 256 KiB arrive
-        f = nullptr;                                                     // the map is saved: below the limit
+        CHILD_CHECK(ioError([&] {
+                        readRange(c, "big.bin", 600000, 70000);
+                    }).find("CacheInputStream::read::write local data") != std::string::npos);
+        CHILD_CHECK(readChecked(c, "big.bin", want, 65536) >= 10); // all below 256 KiB arrive
+        f = nullptr;                                               // the map is saved: below the limit
         std::string map1 = tmaintest::readFile(local("big.bin.tcmap"));
         CHILD_CHECK(map1.size() > 20);
         // A map save that fails keeps the previous map whole.
         limitFileSize(RLIM_INFINITY);
         f = c->lookup("big.bin");
-        CHILD_CHECK(readRange(c.get(), "big.bin", 700000, 70000) == want.substr(700000, 70000));
+        CHILD_CHECK(readRange(c, "big.bin", 700000, 70000) == want.substr(700000, 70000));
         limitFileSize(16);
         f = nullptr;
         CHILD_CHECK(tmaintest::readFile(local("big.bin.tcmap")) == map1);
@@ -219,21 +203,13 @@ TEST_F(CacheFixture, FullTmpfsNeverCorruptsTheCache) {
             !FileOperations::ensurePath((cacheRoot + "/x").c_str()) ||
             mount("tmpfs", cacheRoot.c_str(), "tmpfs", 0, "size=1m") != 0)
             return 77;
-        int full = inChild([&]() -> int {
-            ::core::SmartPtr<vfs::CacheFileSystem> c(
-                new vfs::CacheFileSystem(cacheRoot.c_str(), source.get()));
-            int failures = readChecked(c.get(), "a.bin", want, 65536);
-            CHILD_CHECK(failures > 0);
-            return 0;
-        });
-        CHILD_CHECK(full == 0);
+        CHILD_CHECK(
+            inChild([&] { return readChecked(makeCache(65536), "a.bin", want, 65536) > 0 ? 0 : 1; }) == 0);
         // Space freed; a fresh process completes the file from what was kept.
         CHILD_CHECK(mount("tmpfs", cacheRoot.c_str(), "tmpfs", MS_REMOUNT, "size=16m") == 0);
         return inChild([&]() -> int {
-            ::core::SmartPtr<vfs::CacheFileSystem> c(
-                new vfs::CacheFileSystem(cacheRoot.c_str(), source.get()));
-            CHILD_CHECK(readChecked(c.get(), "a.bin", want, 65536) == 0);
-            c = nullptr;
+            CHILD_CHECK(readChecked(makeCache(65536), "a.bin", want, 65536) == 0);
+            cache = nullptr;
             CHILD_CHECK(tmaintest::readFile(local("a.bin")) == want);
             return 0;
         });
@@ -249,11 +225,8 @@ TEST_F(CacheFixture, CrashMidTransferResumesFromTheSavedMap) {
     cache = nullptr;
     const unsigned read = (19 << 20) / 2; // 9.5 MiB, then the process dies without any clean-up
     ASSERT_EQ(0, inChild([&]() -> int {
-                  ::core::SmartPtr<vfs::CacheFileSystem> c(
-                      new vfs::CacheFileSystem(cacheRoot.c_str(), source.get()));
-                  ::core::SmartPtr<vfs::File> f(c->lookup("c.bin"));
-                  std::unique_ptr<stream::InputStream> in(f->getInputStream());
-                  in->open(stream::Stream::OM_READ);
+                  makeCache(65536);
+                  std::unique_ptr<stream::InputStream> in = openStream("c.bin");
                   std::string got(read, '\0');
                   for (unsigned off = 0; off < read; off += 65536)
                       CHILD_CHECK(in->read(&got[off], 1, 65536) == 65536);
@@ -272,14 +245,10 @@ TEST_F(CacheFixture, UnknownSizeConcurrentLookupsNeverShort) {
     source->unknownSize = true;
     const std::string want = content["u.bin"];
     std::atomic<int> bad{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 8; ++t)
-        threads.emplace_back([&] {
-            for (int round = 0; round < 10; ++round)
-                bad += readAll("u.bin") != want;
-        });
-    for (auto& t : threads)
-        t.join();
+    tmaintest::onThreads(8, [&](int) {
+        for (int round = 0; round < 10; ++round)
+            bad += readAll("u.bin") != want;
+    });
     EXPECT_EQ(0, bad.load());
     EXPECT_FALSE(onDisk("u.bin.tcache.part"));
     // Leftovers of an interrupted copy and map save are cleaned up.

@@ -1,6 +1,6 @@
 // Cache map: merging rules, the deliberate cut-back, lookups and the two
 // serialized layouts.
-#include <gtest/gtest.h>
+#include "../support/TestSupport.h"
 #include <random>
 #include <tmain/core/Serializer.h>
 #include <tmain/stream/ByteInputStream.h>
@@ -84,17 +84,14 @@ TEST(CacheMap, SerializedFormsBothByteOrdersLegacyAndShortReads) {
         out.setEndianness(order);
         out.open(tarso::stream::Stream::OM_WRITE);
         m.serialize(&out, &s);
-        const unsigned char* b = out.getBytes();
-        // Raw version 2, the Object part (raw 2, type name), then the count.
-        const std::string type = "tarso::vfs::CacheMap";
-        ASSERT_EQ(4u + 4 + 4 + type.size() + 4 + 3 * 8, out.getSize());
-        EXPECT_EQ(0, memcmp(b, "\x02\0\0\0\x02\0\0\0", 8));
-        bool big = order == tarso::platform::ENDIAN_BIG;
-        EXPECT_EQ(0, memcmp(b + 8, big ? "\0\0\0\x14" : "\x14\0\0\0", 4)); // name length 20
-        EXPECT_EQ(type, std::string((const char*)b + 12, type.size()));
-        const unsigned char* count = b + 12 + type.size();
-        EXPECT_EQ(0, memcmp(count, big ? "\0\0\0\3" : "\3\0\0\0", 4));
-        EXPECT_EQ(0, memcmp(count + 4 + 16, big ? "\xFF\xFF\xFF\x00" : "\x00\xFF\xFF\xFF", 4)); // last start
+        // Raw version 2 and the Object part's (little-endian whatever the order), the type name, the list.
+        std::string want("\2\0\0\0\2\0\0\0", 8);
+        for (unsigned v : {20u, 3u, 0u, 10u, 100u, 50u, 0xFFFFFF00u, 0xFFu}) {
+            for (int i = 0; i < 4; ++i)
+                want += (char)(v >> (order == tarso::platform::ENDIAN_BIG ? 24 - 8 * i : 8 * i));
+            want += v == 20u ? "tarso::vfs::CacheMap" : "";
+        }
+        EXPECT_EQ(want, tmaintest::bytesOf(out));
 
         tarso::stream::ByteInputStream in(out.getBytes(), out.getSize(), false);
         in.setEndianness(order);
@@ -118,14 +115,10 @@ TEST(CacheMap, SerializedFormsBothByteOrdersLegacyAndShortReads) {
     // Cut short: the message names the field; the list keeps what was read.
     tarso::stream::ByteInputStream cut(out.getBytes(), out.getSize() - 2, false);
     CacheMap partial;
-    try {
-        partial.deserialize(&cut, &s);
-        FAIL();
-    } catch (const tarso::stream::IOException& e) {
-        std::string msg = e.getMessage();
-        EXPECT_EQ(0u, msg.find("Error deserializing object [tarso::vfs::CacheMap@"));
-        EXPECT_NE(std::string::npos, msg.find("]: mEntries[]::mSize"));
-    }
+    const std::string msg =
+        tmaintest::messageOf<tarso::stream::IOException>([&] { partial.deserialize(&cut, &s); });
+    EXPECT_EQ(0u, msg.find("Error deserializing object [tarso::vfs::CacheMap@")) << msg;
+    EXPECT_NE(std::string::npos, msg.find("]: mEntries[]::mSize")) << msg;
     EXPECT_EQ(Ranges({{20, 4}}), ranges(partial));
 }
 

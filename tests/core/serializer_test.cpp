@@ -272,8 +272,7 @@ TEST(Serializer, ByteExactGraphInBothByteOrdersAndRoundTrip) {
         // Without a header nothing is read, not even the signature.
         ts::ByteInputStream bare(bytes.data(), (unsigned)bytes.size(), false);
         r.read(&bare, false);
-        EXPECT_EQ(0u, r.getObjectCount());
-        EXPECT_EQ(0u, bare.tell());
+        EXPECT_JOINED("0|0|", r.getObjectCount(), bare.tell());
     }
 }
 
@@ -285,15 +284,13 @@ TEST(Serializer, RecordHeadersPerVersionAndOlderLayoutsUpgraded) {
         expectBytes(Fmt{false, v}.stream(1, 1, Fmt{false, v}.null()), bytes,
                     "null root " + std::to_string(v));
         readRoots(r, bytes);
-        EXPECT_EQ(0u, r.getObjectCount());
-        EXPECT_EQ(1u, r.getTotalObjectCount());
+        EXPECT_JOINED("0|1|", r.getObjectCount(), r.getTotalObjectCount());
     }
-    EXPECT_EQ("1.0.0.2", V2.toString());
-    EXPECT_TRUE(V2 > Serializer::VERSION_1_0_0_1);
-    EXPECT_FALSE(Serializer::VERSION_1_0_0_0 > Serializer::VERSION_1_0_0_0);
     // The layout test only compares each byte with the one before it.
-    EXPECT_TRUE((Serializer::Version{1, 0, 1, 0} > Serializer::Version{2, 0, 0, 0}));
-    EXPECT_TRUE((Serializer::Version{2, 0, 0, 0} > Serializer::Version{1, 9, 9, 9}));
+    EXPECT_JOINED("1.0.0.2|1|0|1|1|", V2.toString(), V2 > Serializer::VERSION_1_0_0_1,
+                  Serializer::VERSION_1_0_0_0 > Serializer::VERSION_1_0_0_0,
+                  Serializer::Version{1, 0, 1, 0} > Serializer::Version{2, 0, 0, 0},
+                  Serializer::Version{2, 0, 0, 0} > Serializer::Version{1, 9, 9, 9});
     // 1.0.0.0: no SerialUID anywhere; NamedObject is the type name and the name.
     Fmt f0{false, 0}, f1{false, 1};
     const std::string s0 = f0.rec(1, 0, NODE, f0.str(NODE) + f0.str("s") + f0.u32(2) + f0.nulls(4));
@@ -349,20 +346,17 @@ TEST(Serializer, UnknownTypesBadReferencesAndOffsetMismatches) {
         r, LE.stream(156, 156,
                      spread + LE.namedRec(1200, "mid") + LE.ref(1100) + LE.ref(0xFFFFFFFEu) + LE.ref(149)));
     ASSERT_EQ(156u, r.getObjectCount());
-    EXPECT_EQ(r.getObject(0), r.getObject(153));
-    EXPECT_EQ(r.getObject(1), r.getObject(154));
-    EXPECT_EQ(r.getObject(151), r.getObject(155));
+    EXPECT_JOINED("1|1|1|", r.getObject(0) == r.getObject(153), r.getObject(1) == r.getObject(154),
+                  r.getObject(151) == r.getObject(155));
     struct Lookups : Serializer {
         Lookups() : Serializer(&gFactory) {}
         using Serializer::getNextOID;
         using Serializer::getObjectByID;
         using Serializer::getOID;
     } lookups;
-    EXPECT_EQ(NONE, lookups.getOID(nullptr));
-    EXPECT_EQ(nullptr, lookups.getObjectByID(0));
-    EXPECT_EQ(0u, lookups.getNextOID(r.getObject(0)));
-    EXPECT_EQ(0u, lookups.getOID(r.getObject(0)));
-    EXPECT_EQ(NONE, lookups.getOID(nullptr));
+    EXPECT_JOINED(std::to_string(NONE) + "|1|0|0|", lookups.getOID(nullptr),
+                  lookups.getObjectByID(0) == nullptr, lookups.getNextOID(r.getObject(0)),
+                  lookups.getOID(r.getObject(0)));
     Serializer w(&gFactory);
     w.setVersion(V2);
     std::string records, refs;
@@ -562,8 +556,9 @@ TEST(Serializer, HostileStreamsAndLimits) {
         ts::ByteInputStream in(cut.data(), (unsigned)n, false);
         const std::string m = messageOf<core::Exception>([&] { r.read(&in, true); });
         EXPECT_NE("<no exception>", m) << "cut at " << n;
-        if (n >= 36 && n < 52)
-            EXPECT_NE(std::string::npos, m.find(std::string("]: ") + fields[(n - 36) / 4])) << m;
+        EXPECT_TRUE(n < 36 || n >= 52 ||
+                    m.find(std::string("]: ") + fields[(n - 36) / 4]) != std::string::npos)
+            << m;
     }
     struct ShortBytes : ts::ByteOutputStream {
         unsigned limit = 0;

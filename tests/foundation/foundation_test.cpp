@@ -61,11 +61,10 @@ const core::Type kOther("test::Other");
 TEST(TypeRecords, AncestryAndReflectionByName) {
     EXPECT_TRUE(kLeaf.instanceOf(kLeaf) && kLeaf.instanceOf(kBase));
     EXPECT_FALSE(kBase.instanceOf(kLeaf) || kLeaf.instanceOf(kOther));
-    EXPECT_EQ(&kMid, core::Type::Reflection()["test::Mid"]);
-    EXPECT_EQ(nullptr, core::Type::Reflection()["test::Nope"]);
-    EXPECT_EQ(&core::Exception::TYPE, core::Type::Reflection()["core::Exception"]);
-    EXPECT_STREQ("", core::Type::NOTYPE.getName());
-    EXPECT_EQ(0u, core::Type::NOTYPE.getParentCount());
+    EXPECT_JOINED("1|1|1||0|", core::Type::Reflection()["test::Mid"] == &kMid,
+                  core::Type::Reflection()["test::Nope"] == nullptr,
+                  core::Type::Reflection()["core::Exception"] == &core::Exception::TYPE,
+                  core::Type::NOTYPE.getName(), core::Type::NOTYPE.getParentCount());
 }
 
 TEST(Exceptions, FormatTruncateCloneAndRethrowOnAnotherThread) {
@@ -79,9 +78,9 @@ TEST(Exceptions, FormatTruncateCloneAndRethrowOnAnotherThread) {
 
     core::IllegalStateException inner("inner");
     core::IllegalArgumentException outer("outer %d", &inner, 7);
-    EXPECT_STREQ("outer 7", outer.getMessage());
     ASSERT_NE(nullptr, outer.getCause());
-    EXPECT_EQ(&core::IllegalStateException::TYPE, &outer.getCause()->getType());
+    EXPECT_JOINED("outer 7|core::IllegalStateException|", outer.getMessage(),
+                  outer.getCause()->getType().getName());
 
     // Stored on one thread, rethrown with its dynamic type on another.
     std::unique_ptr<core::Exception> stored;

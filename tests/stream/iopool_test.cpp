@@ -50,12 +50,10 @@ private:
 TEST(StreamIOPool, ConfigureRoundRobinAndTaskRules) {
     StreamIOPool::deleteSingleton();
     EXPECT_FALSE(StreamIOPool::configure(StreamIOPool::Config{2}));
-    EXPECT_EQ(2u, StreamIOPool::sNumThreads);
     StreamIOPool* pool = StreamIOPool::getSingleton();
-    EXPECT_TRUE(StreamIOPool::sInitialized);
-    EXPECT_TRUE(StreamIOPool::configure(StreamIOPool::Config{7})); // too late: unchanged
-    EXPECT_EQ(2u, StreamIOPool::sNumThreads);
-    EXPECT_EQ(2u, pool->getThreadCount());
+    // Configured again too late: unchanged.
+    EXPECT_JOINED("1|1|2|2|", StreamIOPool::sInitialized, StreamIOPool::configure(StreamIOPool::Config{7}),
+                  StreamIOPool::sNumThreads, pool->getThreadCount());
 
     // Three reads go to threads 0, 1, 0; a short-reading stream is read to
     // the full count. Results count bytes, not items.
@@ -67,24 +65,21 @@ TEST(StreamIOPool, ConfigureRoundRobinAndTaskRules) {
     auto f3 = s3.readAsync(b3, 20, 100); // more than there is: stops at the end
     ASSERT_TRUE(f1.wait() && f2.wait() && f3.wait());
     EXPECT_TRUE(f1.getResult() == 1000u && f3.getResult() == 1000u && s1.calls == 10);
-    EXPECT_EQ(0, memcmp(b1, data.data(), 1000));
-    EXPECT_EQ(s1.threadId, s3.threadId);
-    EXPECT_NE(s1.threadId, s2.threadId);
+    EXPECT_EQ(data, std::string(b1, 1000));
+    EXPECT_TRUE(s1.threadId == s3.threadId && s1.threadId != s2.threadId);
 
     // Open runs on a worker named "IOThread".
     ScriptedStream o("", 1);
     auto fo = o.openAsync(Stream::OM_READ);
     ASSERT_TRUE(fo.wait());
-    EXPECT_TRUE(!fo.hasError() && o.isOpen());
-    EXPECT_EQ("IOThread", o.threadName);
+    EXPECT_TRUE(!fo.hasError() && o.isOpen() && o.threadName == "IOThread") << o.threadName;
 
     // A write task writes once, however much the stream took.
     ByteOutputStream out(16, 16);
     out.open(Stream::OM_WRITE);
     auto fw = out.writeAsync(data.data(), 8, 125);
     ASSERT_TRUE(fw.wait());
-    EXPECT_EQ(1000u, fw.getResult());
-    EXPECT_EQ(data, tmaintest::bytesOf(out));
+    EXPECT_JOINED("1000|1|", fw.getResult(), data == tmaintest::bytesOf(out));
 }
 
 TEST(StreamIOPool, FailuresBecomeResultCodes) {
@@ -111,8 +106,8 @@ TEST(StreamIOPool, FailuresBecomeResultCodes) {
         (c.open ? s.failOpen : s.failRead) = c.fail;
         auto check = [&c](auto f) {
             ASSERT_TRUE(f.wait() && f.hasError());
-            EXPECT_EQ(c.code, f.getErrorCode());
-            EXPECT_EQ(c.message, f.getErrorMessage());
+            EXPECT_JOINED(std::to_string(c.code) + "|" + c.message + "|", f.getErrorCode(),
+                          f.getErrorMessage());
         };
         if (c.open)
             check(s.openAsync(Stream::OM_READ));
