@@ -82,7 +82,6 @@
 #include <tmain/parser/LexerException.h>
 #include <tmain/parser/Parser.h>
 #include <tmain/parser/Preprocessor.h>
-#include <tmain/parser/PreprocessorExpansion.h>
 #include <tmain/parser/TextStore.h>
 #include <tmain/parser/Token.h>
 #include <tmain/platform/Application.h>

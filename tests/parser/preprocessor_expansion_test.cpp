@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 #include <random>
 #include <tmain/parser/LexerException.h>
-#include <tmain/parser/PreprocessorExpansion.h>
+#include <tmain/parser/detail/PreprocessorExpansion.h>
 
 using tarso::parser::LexerException;
 using tarso::parser::Preprocessor;

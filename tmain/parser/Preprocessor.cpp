@@ -3,7 +3,7 @@
 #include <memory>
 #include <tmain/parser/LexerException.h>
 #include <tmain/parser/Preprocessor.h>
-#include <tmain/parser/PreprocessorExpansion.h>
+#include <tmain/parser/detail/PreprocessorExpansion.h>
 #include <tmain/stream/ByteInputStream.h>
 #include <unordered_set>
 

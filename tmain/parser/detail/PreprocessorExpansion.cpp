@@ -2,7 +2,7 @@
 #include <cstring>
 #include <string_view>
 #include <tmain/parser/LexerException.h>
-#include <tmain/parser/PreprocessorExpansion.h>
+#include <tmain/parser/detail/PreprocessorExpansion.h>
 
 namespace tarso {
 namespace parser {
