@@ -569,17 +569,24 @@ void WebSocket::doDialog() {
     FrameReader reader;
     if (mPendingLength)
         reader.feed(mBuffer.get() + mPendingStart, mPendingLength, dispatcher);
+    // A read that filled the buffer most likely left more behind: the next
+    // read goes ahead without waiting (a stop request still waits, to be
+    // seen), and one that finds nothing returns 0 and leads to the wait.
+    bool full = false;
     while (!mClosing) {
         if (!sendOutgoingMessages())
             return;
-        WaitResult w =
-            waitFor(*mWake, mSocket->getNativeSocket(), false, -1, [this] { return terminateRequest(); });
+        WaitResult w = W_READY;
+        if (!full || terminateRequest())
+            w = waitFor(*mWake, mSocket->getNativeSocket(), false, -1, [this] { return terminateRequest(); });
         if (w == W_STOP) {
             sendClose(1001);
             return;
         }
+        full = false;
         if (w == W_READY) {
             unsigned n = mInput->read(mBuffer.get(), 1, mBufferSize);
+            full = n == mBufferSize;
             if (n)
                 reader.feed(mBuffer.get(), n, dispatcher);
         }
