@@ -124,6 +124,9 @@ typedef Expression::Entry Entry;
 // A constant operand fused with the arithmetic operator after it: the
 // operator's command plus this, the constant in the entry's value.
 const unsigned WITH_CONSTANT = 32;
+// A variable fused with the arithmetic operator after it: the operator's
+// command plus this, the variable's name in the entry's value.
+const unsigned WITH_VARIABLE = 64;
 
 inline bool isArithmetic(unsigned command) {
     return command >= Expression::CMD_ADD && command <= Expression::CMD_DIV;
@@ -196,6 +199,18 @@ template <unsigned Command> inline long operateWithConstant(Value* top, Value* s
     return applyArithmetic<Command>(top[-1], constant) ? 0 : -1;
 }
 
+// Fills the slot with the named variable's value; false when that fails.
+inline bool fetch(const Expression::VariableCallback& callback, bool haveCallback, const Value& name,
+                  Value& slot) {
+    if (!haveCallback)
+        return false;
+    slot.type = Value::TYPE_INT;
+    slot.value.stringValue = nullptr;
+    bool handled = false;
+    callback(name.value.stringValue, slot, handled);
+    return handled;
+}
+
 // Runs the entries on a stack with room for one value per entry; the number
 // of values left, or -1 on failure. A free function: called directly, not
 // through the library's exported symbols, and with nothing the callbacks
@@ -215,13 +230,7 @@ long run(const Entry* entry, const Entry* const end, Value* const stack,
             continue;
         }
         if (entry->command == Expression::CMD_VARIABLE) {
-            if (!haveVariables)
-                return -1;
-            top->type = Value::TYPE_INT;
-            top->value.stringValue = nullptr;
-            bool handled = false;
-            variableCallback(entry->value.value.stringValue, *top, handled);
-            if (!handled)
+            if (!fetch(variableCallback, haveVariables, entry->value, *top))
                 return -1;
             ++top;
             continue;
@@ -277,6 +286,34 @@ long run(const Entry* entry, const Entry* const end, Value* const stack,
             break;
         case Expression::CMD_DIV + WITH_CONSTANT:
             if (operateWithConstant<Expression::CMD_DIV>(top, stack, entry->value) < 0)
+                return -1;
+            break;
+        case Expression::CMD_ADD + WITH_VARIABLE:
+            if (!fetch(variableCallback, haveVariables, entry->value, *top))
+                return -1;
+            ++top;
+            if (operate<Expression::CMD_ADD>(top, stack) < 0)
+                return -1;
+            break;
+        case Expression::CMD_SUB + WITH_VARIABLE:
+            if (!fetch(variableCallback, haveVariables, entry->value, *top))
+                return -1;
+            ++top;
+            if (operate<Expression::CMD_SUB>(top, stack) < 0)
+                return -1;
+            break;
+        case Expression::CMD_MUL + WITH_VARIABLE:
+            if (!fetch(variableCallback, haveVariables, entry->value, *top))
+                return -1;
+            ++top;
+            if (operate<Expression::CMD_MUL>(top, stack) < 0)
+                return -1;
+            break;
+        case Expression::CMD_DIV + WITH_VARIABLE:
+            if (!fetch(variableCallback, haveVariables, entry->value, *top))
+                return -1;
+            ++top;
+            if (operate<Expression::CMD_DIV>(top, stack) < 0)
                 return -1;
             break;
         case Expression::CMD_NOP:
@@ -458,10 +495,8 @@ const Expression::Value& Expression::getResult(unsigned index) const {
     return mStack[index];
 }
 
-const Expression::Value& Expression::getTopResult() const {
-    if (mResultCount == 0)
-        throw ::core::IllegalStateException("Expression::getTopResult: no result");
-    return mStack[mResultCount - 1];
+void Expression::throwNoResult() {
+    throw ::core::IllegalStateException("Expression::getTopResult: no result");
 }
 
 void Expression::compile() {
@@ -474,6 +509,8 @@ void Expression::compile() {
             mProgram.push_back(mEntries[++i]); // the argument count, never fused
         } else if (entry.command == CMD_PUSH && i + 1 < count && isArithmetic(mEntries[i + 1].command)) {
             mProgram.back().command = (Command)(mEntries[++i].command + WITH_CONSTANT);
+        } else if (entry.command == CMD_VARIABLE && i + 1 < count && isArithmetic(mEntries[i + 1].command)) {
+            mProgram.back().command = (Command)(mEntries[++i].command + WITH_VARIABLE);
         }
     }
     mProgramReady = true;

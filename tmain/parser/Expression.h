@@ -106,13 +106,18 @@ public:
     /// Throws core::IllegalArgumentException for an index out of range.
     const Value& getResult(unsigned index) const;
     /// The last result; throws core::IllegalStateException when there is none.
-    const Value& getTopResult() const;
+    const Value& getTopResult() const {
+        if (mResultCount == 0)
+            throwNoResult();
+        return mStack[mResultCount - 1];
+    }
 
 private:
+    [[noreturn]] static void throwNoResult();
     void copyNames();
     /// Builds the program evaluate runs from the entries: the same postfix
-    /// program with a constant operand and the arithmetic operator after it
-    /// fused into one entry.
+    /// program with a constant or variable operand and the arithmetic operator
+    /// after it fused into one entry.
     void compile();
 
     std::vector<Entry> mEntries;
