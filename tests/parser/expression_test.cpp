@@ -75,7 +75,9 @@ TEST(Expression, EvaluationRules) {
         "s1 != 1 => i1; s1 < 1 => i0; 1 < 1.5 => i1; 2 == 2.0 => i1; nan == nan => i0; nan != nan => i1; "
         "nan <= 1 => i0; 3 <= 3 => i1; 3 > 2 == 1 => i1; s1 => sabc; sub(10, 3) => i7; "
         "sub(neg1(2), 1) * 2 => i-6; undefined => fail; nope(1) => fail; 00 => fail;  => fail; "
-        "1 + => fail; --1 => fail; +5 => i5; 1 2 => i1; (1) /* c */ + (2) => i3; f() => fail";
+        "1 + => fail; --1 => fail; +5 => i5; 1 2 => i1; (1) /* c */ + (2) => i3; f() => fail; "
+        "1 + sub(10, 3) => i8; 2.5 > nan => i0; 2.5 >= 2.5 => i1; 1.5 < 2.5 => i1; 1.5 <= 0.5 => i0; "
+        "2.5 != 2.5 => i0; 0.5 == 0.5 => i1; 0.5 > 0.25 => i1; 0.5 < 0.25 => i0";
     unsigned count = 0;
     for (size_t at = 0; at < table.size(); ++count) {
         size_t arrow = table.find(" => ", at), end = std::min(table.find("; ", arrow), table.size());
@@ -83,7 +85,7 @@ TEST(Expression, EvaluationRules) {
         EXPECT_EQ(table.substr(arrow + 4, end - arrow - 4), ev.eval(text)) << text;
         at = end + 2;
     }
-    EXPECT_EQ(49u, count);
+    EXPECT_EQ(58u, count);
     ev.calls.clear();
     ev.eval("sub(1, 2) + f(1, 2.5, s1)");
     EXPECT_EQ("sub(i2,i1)f(sabc,f2.5,i1)", ev.calls); // arguments reach the callback last first

@@ -57,9 +57,12 @@ struct ThreadScratch {
     int depth = 0;
     LogEvent event{};
     std::string text;
-    time_t stampTime = (time_t)-1;
-    size_t stampLength = 0;
-    char stamp[32];
+    /// The last time stamp, kept apart so that a spare costs two stores.
+    struct Stamp {
+        time_t time = (time_t)-1;
+        size_t length = 0;
+        char text[32];
+    } stamp;
 };
 
 // Plain pointers and flags stay valid while other thread_local and static
@@ -100,36 +103,42 @@ std::string SimpleLayout::format(const LogEvent& e) const {
 
 void SimpleLayout::formatTo(const LogEvent& e, std::string& out) const {
     // The stamp changes once a second: each thread keeps its last one.
-    std::optional<ThreadScratch> spare;
+    ThreadScratch::Stamp spare;
     ThreadScratch* p = scratch();
-    ThreadScratch& s = p ? *p : spare.emplace();
-    if (e.time != s.stampTime) {
+    ThreadScratch::Stamp& s = p ? p->stamp : spare;
+    if (e.time != s.time) {
         struct tm tmv;
 #if defined(_WIN32)
         localtime_s(&tmv, &e.time);
 #else
         localtime_r(&e.time, &tmv);
 #endif
-        s.stampLength = strftime(s.stamp, sizeof(s.stamp), "%Y-%m-%d %H:%M:%S", &tmv);
-        s.stampTime = e.time;
+        s.length = strftime(s.text, sizeof(s.text), "%Y-%m-%d %H:%M:%S", &tmv);
+        s.time = e.time;
     }
-    const char* level = levelName(e.level);
-    size_t levelLength = strlen(level);
-    out.clear();
-    out.reserve(s.stampLength + e.threadName.size() + e.message.size() + 12);
-    out.append(s.stamp, s.stampLength);
-    out += ' ';
-    out.append(level, levelLength);
-    if (levelLength < 5)
-        out.append(5 - levelLength, ' ');
-    if (!e.threadName.empty()) {
-        out += " [";
-        out += e.threadName;
-        out += ']';
+    // Level names padded to five characters, "OFF" for anything out of range.
+    static const char padded[LEVEL_OFF + 1][6] = {"DEBUG", "INFO ", "WARN ", "ERROR", "FATAL", "OFF  "};
+    const char* level = padded[(unsigned)e.level <= LEVEL_OFF ? (unsigned)e.level : (unsigned)LEVEL_OFF];
+    const size_t thread = e.threadName.size();
+    const size_t message = e.message.size();
+    // One resize and plain copies: the buffer is reused, so it usually has
+    // the room already.
+    out.resize(s.length + 7 + (thread ? thread + 3 : 0) + message + 1);
+    char* d = &out[0];
+    memcpy(d, s.text, s.length);
+    d += s.length;
+    *d++ = ' ';
+    memcpy(d, level, 5);
+    d += 5;
+    if (thread) {
+        memcpy(d, " [", 2);
+        memcpy(d + 2, e.threadName.data(), thread);
+        d += thread + 2;
+        *d++ = ']';
     }
-    out += ' ';
-    out += e.message;
-    out += '\n';
+    *d++ = ' ';
+    memcpy(d, e.message.data(), message);
+    d[message] = '\n';
 }
 
 Appender::Appender(Layout* layout) : mLayout(layout ? layout : new SimpleLayout()), mThreshold(LEVEL_DEBUG) {}
@@ -207,7 +216,8 @@ void formatLogMessage(std::string& out, const char* format, va_list args) {
             const char* run = f;
             while (*f && *f != '%')
                 ++f;
-            out.append(run, f - run);
+            if (f != run)
+                out.append(run, f - run);
             if (!*f)
                 break;
             if (f[1] == '%') {
@@ -253,20 +263,13 @@ bool Logger::isEnabled(Level level) const {
     return level >= mLevel && anyAccepts(*appenders(), level);
 }
 
-void Logger::log(Level level, const core::Exception* cause, const char* format, va_list args) {
-    if (level < mLevel)
-        return;
-    std::shared_ptr<const AppenderList> list = appenders();
-    if (!anyAccepts(*list, level))
-        return;
-    std::optional<ThreadScratch> spare;
-    ThreadScratch* p = scratch();
-    ThreadScratch& s = p ? *p : spare.emplace();
-    Depth depth(s);
-    LogEvent nested;
-    LogEvent& e = s.depth == 1 ? s.event : nested;
+namespace {
+
+/// Fills e and hands it to every appender of the list.
+void deliver(LogEvent& e, const std::vector<core::SmartPtr<Appender>>& list, Level level, const char* name,
+             const core::Exception* cause, const char* format, va_list args) {
     e.level = level;
-    e.loggerName = mName.c_str();
+    e.loggerName = name;
     formatLogMessage(e.message, format ? format : "", args);
     // The cause's message goes after the event's own, with its whole chain.
     for (const core::Exception* c = cause; c; c = c->getCause()) {
@@ -277,8 +280,29 @@ void Logger::log(Level level, const core::Exception* cause, const char* format, 
     }
     e.time = time(nullptr);
     e.threadName = core::Thread::getCurrentThreadName();
-    for (auto& a : *list)
+    for (auto& a : list)
         a->doAppend(e);
+}
+
+} // namespace
+
+void Logger::log(Level level, const core::Exception* cause, const char* format, va_list args) {
+    if (level < mLevel)
+        return;
+    std::shared_ptr<const AppenderList> list = appenders();
+    if (!anyAccepts(*list, level))
+        return;
+    ThreadScratch* s = scratch();
+    if (s && s->depth == 0) {
+        // The common case: the thread's own event, no nesting.
+        Depth depth(*s);
+        deliver(s->event, *list, level, mName.c_str(), cause, format, args);
+        return;
+    }
+    std::optional<ThreadScratch> spare;
+    Depth depth(s ? *s : spare.emplace());
+    LogEvent nested;
+    deliver(nested, *list, level, mName.c_str(), cause, format, args);
 }
 
 #define TMAIN_LOG_BODY(level, cause)                                                                         \

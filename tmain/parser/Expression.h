@@ -102,26 +102,36 @@ public:
     /// Runs the program (emptying the results first when asked) and returns
     /// the number of results.
     unsigned evaluate(bool resetResults);
-    unsigned getResultCount() const { return (unsigned)mResults.size(); }
+    unsigned getResultCount() const { return (unsigned)mResultCount; }
     /// Throws core::IllegalArgumentException for an index out of range.
     const Value& getResult(unsigned index) const;
     /// The last result; throws core::IllegalStateException when there is none.
-    const Value& getTopResult() const;
+    const Value& getTopResult() const {
+        if (mResultCount == 0)
+            throwNoResult();
+        return mStack[mResultCount - 1];
+    }
 
 private:
-    /// Runs the entries on a stack with room for one value per entry; the
-    /// number of values left, or -1 on failure.
-    long run(Value* stack);
+    [[noreturn]] static void throwNoResult();
     void copyNames();
+    /// Builds the program evaluate runs from the entries: the same postfix
+    /// program with a constant or variable operand and the arithmetic operator
+    /// after it fused into one entry.
+    void compile();
 
     std::vector<Entry> mEntries;
-    std::vector<Value> mResults;
     VariableCallback mVariableCallback;
     FunctionCallback mFunctionCallback;
     std::vector<std::unique_ptr<char[]>> mNames;
     std::vector<Value> mArguments;
-    /// Working stack of an evaluation (one slot per entry).
+    std::vector<Entry> mProgram;
+    bool mProgramReady = false;
+    /// The results, then the working stack of an evaluation right above them
+    /// (one slot per entry): the values an evaluation leaves are already in
+    /// place as its results.
     std::vector<Value> mStack;
+    size_t mResultCount = 0;
 };
 
 } // namespace parser

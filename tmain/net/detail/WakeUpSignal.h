@@ -2,7 +2,8 @@
 /// A flag one thread raises to wake another that waits on a socket: the
 /// WebSocket connection threads wait on their socket and this signal at once,
 /// so a message posted from any thread, or a stop request, ends the wait at
-/// once. WakeUpSignal_posix.cpp implements it with an eventfd and poll().
+/// once. WakeUpSignal_posix.cpp implements it with an eventfd and an epoll set
+/// that keeps the socket of the previous wait registered.
 
 #include <tmain/net/detail/SocketNative.h>
 
@@ -27,11 +28,16 @@ public:
     /// Waits until the socket is readable (writable with forWrite), the peer
     /// hung up or failed, or the signal is raised; a negative timeout waits
     /// without limit. Returns the SOCKET_READY/RAISED bits, 0 when the time
-    /// ran out, -1 on a failure (its SOCK_* code in lastError()).
+    /// ran out, -1 on a failure (its SOCK_* code in lastError()). The socket
+    /// must stay open while it is the one waited on: a descriptor closed and
+    /// reused under the same number is not noticed.
     int wait(Handle socket, bool forWrite, int timeoutMs);
 
 private:
     int mHandle;
+    int mPoll;
+    int mWatched;
+    unsigned mWatchedEvents;
 };
 
 } // namespace detail
