@@ -87,8 +87,9 @@ protected:
 };
 
 /// A named logger with appenders. The process-wide root logger is
-/// Logger::mROOT_LOGGER. Thread-safe. Each thread's name is asked of the
-/// system with its first message: name a thread before it logs.
+/// Logger::mROOT_LOGGER. Thread-safe. Each line carries the name the
+/// thread has at that moment (core::Thread keeps it per thread, so asking is
+/// cheap).
 class TMAIN_API Logger {
 public:
     explicit Logger(const char* name);
