@@ -1,5 +1,6 @@
 #include <tmain/logging/FileAppender.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <ctime>
@@ -213,9 +214,7 @@ FileAppender::Mode FileAppender::getMode() const {
 
 void FileAppender::setMaxSize(unsigned maxSize) {
     core::Lock lock(mShared->mLock);
-    mShared->mMaxSize = maxSize < MIN_MAX_SIZE   ? MIN_MAX_SIZE
-                        : maxSize > MAX_MAX_SIZE ? MAX_MAX_SIZE
-                                                 : maxSize;
+    mShared->mMaxSize = std::clamp(maxSize, (unsigned)MIN_MAX_SIZE, (unsigned)MAX_MAX_SIZE);
 }
 
 unsigned FileAppender::getMaxSize() const {
@@ -225,9 +224,7 @@ unsigned FileAppender::getMaxSize() const {
 
 void FileAppender::setMaxRollingFiles(unsigned count) {
     core::Lock lock(mShared->mLock);
-    mShared->mMaxRollingFiles = count < MIN_ROLLING_FILES   ? MIN_ROLLING_FILES
-                                : count > MAX_ROLLING_FILES ? MAX_ROLLING_FILES
-                                                            : count;
+    mShared->mMaxRollingFiles = std::clamp(count, (unsigned)MIN_ROLLING_FILES, (unsigned)MAX_ROLLING_FILES);
 }
 
 unsigned FileAppender::getMaxRollingFiles() const {
