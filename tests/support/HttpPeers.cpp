@@ -116,31 +116,39 @@ Nginx::Nginx(const std::string& root, const std::string& extra, const Tls& tls) 
         close(f);
 }
 
-Nginx::~Nginx() {
-    if (mPid <= 0)
-        return;
-    // A master that gets SIGTERM while it is still starting can miss it and
-    // wait forever. Once its worker has answered a request, the master sits
-    // in its signal loop, so ask for something first (the receive timeout
-    // only guards against an nginx that never answers).
+void Nginx::sync() const {
+    // The single worker finishes a request, its log line included, before it
+    // takes the next one: once a new request is answered, every earlier
+    // request is logged and the master sits in its signal loop. The receive
+    // timeout only guards against an nginx that never answers.
     int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in a = loopback(mPort);
     timeval limit{10, 0};
     setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
     if (connect(fd, (sockaddr*)&a, sizeof(a)) == 0) {
-        const char request[] = "GET /tmain-stop HTTP/1.0\r\n\r\n";
+        const char request[] = "GET /tmain-sync HTTP/1.0\r\n\r\n";
         char buf[512];
         if (send(fd, request, sizeof(request) - 1, MSG_NOSIGNAL) > 0)
             while (recv(fd, buf, sizeof(buf), 0) > 0) {
             }
     }
     close(fd);
+}
+
+Nginx::~Nginx() {
+    if (mPid <= 0)
+        return;
+    // A master that gets SIGTERM while it is still starting can miss it and
+    // wait forever; after a sync it is past that point.
+    sync();
     // The master stops its worker before it exits.
     if (kill(mPid, SIGTERM) == 0)
         waitpid(mPid, nullptr, 0);
 }
 
 std::string Nginx::accessLog() const {
+    if (mPid > 0)
+        sync();
     return readFile(mDir.file("access.log"));
 }
 

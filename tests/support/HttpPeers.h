@@ -38,9 +38,11 @@ public:
     std::string tlsUrl(const std::string& path) const;
     bool running() const { return mPid > 0; }
     /// One line per request: method, URI, "range header", status, body bytes
-    /// sent. The single worker writes a line as its request ends, before it
-    /// serves anything else: a line is there once a later response arrived.
+    /// sent; every request answered before the call is in it (see sync()).
     std::string accessLog() const;
+    /// Returns once nginx has answered one more request ("GET /tmain-sync"):
+    /// its single worker logs each request before taking the next one.
+    void sync() const;
 
 private:
     TempDir mDir;
