@@ -59,6 +59,18 @@ std::string errorText(DWORD code) {
     return text.empty() ? "error " + std::to_string(code) : text;
 }
 
+/// Whether a failed call ended because its time limit ran out. WinINet says
+/// so with ERROR_INTERNET_TIMEOUT; some implementations pass the socket's
+/// WSAETIMEDOUT on, or report a head that never came as an aborted
+/// connection, which then failed only after the whole limit had passed.
+bool timedOut(DWORD error, Clock::time_point started, unsigned limitMs) {
+    if (error == ERROR_INTERNET_TIMEOUT || error == WSAETIMEDOUT)
+        return true;
+    if (limitMs == 0 || (error != ERROR_INTERNET_CONNECTION_ABORTED && error != ERROR_INTERNET_CONNECTION_RESET))
+        return false;
+    return Clock::now() - started >= std::chrono::milliseconds(limitMs);
+}
+
 class WinINetRequest;
 
 /// What a connection and its requests share (requests may outlive the connection).
@@ -71,6 +83,7 @@ struct Session {
     unsigned busy = 0;
     std::atomic<unsigned> maxSlots{12};
     std::atomic<unsigned> connectTimeout{0};
+    std::atomic<unsigned> readTimeout{0};
     /// Requests inside a blocking WinINet call, with the signal they watch.
     std::vector<std::pair<WinINetRequest*, const AbortSignal*>> blocked;
 
@@ -154,6 +167,7 @@ public:
         }
         BOOL sent;
         DWORD error;
+        const Clock::time_point started = Clock::now();
         {
             Blocking guard(*this, abort);
             if (guard.aborted())
@@ -164,7 +178,8 @@ public:
         if (mCancelled || abort.aborted())
             return fail(TR_ABORTED, ERROR_INTERNET_OPERATION_CANCELLED, "aborted");
         if (!sent)
-            return fail(error == ERROR_INTERNET_TIMEOUT ? TR_CONNECT_TIMEOUT : TR_ERROR, error);
+            return fail(timedOut(error, started, mSession->readTimeout.load()) ? TR_CONNECT_TIMEOUT : TR_ERROR,
+                        error);
         DWORD status = 0, length = sizeof(status);
         if (HttpQueryInfoA(mHandle, HTTP_QUERY_STATUS_CODE | HTTP_QUERY_FLAG_NUMBER, &status, &length, NULL))
             mStatus = (int)status;
@@ -209,6 +224,7 @@ public:
             DWORD n = 0;
             BOOL ok;
             DWORD error;
+            const Clock::time_point started = Clock::now();
             {
                 Blocking guard(*this, abort);
                 if (guard.aborted())
@@ -219,7 +235,8 @@ public:
             if (mCancelled || abort.aborted())
                 return fail(TR_ABORTED, ERROR_INTERNET_OPERATION_CANCELLED, "aborted");
             if (!ok)
-                return fail(error == ERROR_INTERNET_TIMEOUT ? TR_READ_TIMEOUT : TR_ERROR, error);
+                return fail(timedOut(error, started, mSession->readTimeout.load()) ? TR_READ_TIMEOUT : TR_ERROR,
+                            error);
             got += n;
             mReceived += n;
             if (n == 0) {
@@ -399,6 +416,7 @@ public:
         return ms == 0 || setOption(INTERNET_OPTION_CONNECT_TIMEOUT, ms);
     }
     bool setReadTimeout(unsigned ms) override {
+        mSession->readTimeout = ms;
         DWORD value = ms ? ms : 0xFFFFFFFF; // 0 is "no limit" here, WinINet's is all ones
         bool ok = setOption(INTERNET_OPTION_RECEIVE_TIMEOUT, value);
         return setOption(INTERNET_OPTION_SEND_TIMEOUT, value) && ok;
