@@ -181,7 +181,7 @@ TEST_F(HttpfsFixture, RequestDataIsSentAsDescribed) {
     EXPECT_EQ(2u, form->getFieldCount());
     form->getRequestHeaders().add("X-Token", "t1");
     ::core::SmartPtr<vfs::File> f(s->lookup("submit", form.get()));
-    EXPECT_EQ(0u, server.connections()); // the lookup sends nothing
+    EXPECT_EQ(0, server.connections()); // the lookup sends nothing
     std::unique_ptr<stream::InputStream> in(f->getInputStream());
     in->open(stream::Stream::OM_READ | stream::Stream::OM_BINARY);
     EXPECT_EQ("answer", readAll(in.get()));
