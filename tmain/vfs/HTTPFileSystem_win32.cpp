@@ -66,7 +66,8 @@ std::string errorText(DWORD code) {
 bool timedOut(DWORD error, Clock::time_point started, unsigned limitMs) {
     if (error == ERROR_INTERNET_TIMEOUT || error == WSAETIMEDOUT)
         return true;
-    if (limitMs == 0 || (error != ERROR_INTERNET_CONNECTION_ABORTED && error != ERROR_INTERNET_CONNECTION_RESET))
+    if (limitMs == 0 ||
+        (error != ERROR_INTERNET_CONNECTION_ABORTED && error != ERROR_INTERNET_CONNECTION_RESET))
         return false;
     return Clock::now() - started >= std::chrono::milliseconds(limitMs);
 }
@@ -75,10 +76,17 @@ class WinINetRequest;
 
 /// What a connection and its requests share (requests may outlive the connection).
 struct Session {
-    HINTERNET internet = NULL;
-    HINTERNET connection = NULL;
+    std::string agent;
+    std::string host;
+    unsigned short port = 0;
     bool secure = false;
     std::mutex mutex;
+    /// The current internet and connection handles (guarded by the mutex).
+    HINTERNET internet = NULL;
+    HINTERNET connection = NULL;
+    /// Handles replaced by a change of the proxy settings: requests opened on
+    /// them may still run, and closing a parent handle would end them.
+    std::vector<std::pair<HINTERNET, HINTERNET>> retired;
     std::condition_variable freed;
     unsigned busy = 0;
     std::atomic<unsigned> maxSlots{12};
@@ -88,10 +96,55 @@ struct Session {
     std::vector<std::pair<WinINetRequest*, const AbortSignal*>> blocked;
 
     ~Session() {
-        if (connection)
-            InternetCloseHandle(connection);
+        retired.emplace_back(internet, connection);
+        for (auto& h : retired) {
+            if (h.second)
+                InternetCloseHandle(h.second);
+            if (h.first)
+                InternetCloseHandle(h.first);
+        }
+    }
+
+    /// Opens an internet handle with the given proxy use and a connection to
+    /// the server on it, with the timeouts set; they replace the current pair.
+    bool openHandles(bool useSystemProxies, std::string& error) {
+        HINTERNET i = InternetOpenA(
+            agent.c_str(), useSystemProxies ? INTERNET_OPEN_TYPE_PRECONFIG : INTERNET_OPEN_TYPE_DIRECT, NULL,
+            NULL, INTERNET_FLAG_NO_CACHE_WRITE);
+        HINTERNET c =
+            i ? InternetConnectA(i, host.c_str(), port, NULL, NULL, INTERNET_SERVICE_HTTP, 0, 0) : NULL;
+        if (!c) {
+            error = errorText(GetLastError());
+            if (i)
+                InternetCloseHandle(i);
+            return false;
+        }
+        std::lock_guard<std::mutex> lock(mutex);
         if (internet)
-            InternetCloseHandle(internet);
+            retired.emplace_back(internet, connection);
+        internet = i;
+        connection = c;
+        applyConnectTimeout();
+        applyReadTimeout();
+        return true;
+    }
+    HINTERNET currentConnection() {
+        std::lock_guard<std::mutex> lock(mutex);
+        return connection;
+    }
+    /// With the mutex held.
+    bool applyConnectTimeout() {
+        unsigned ms = connectTimeout.load();
+        return ms == 0 || setOption(INTERNET_OPTION_CONNECT_TIMEOUT, ms);
+    }
+    bool applyReadTimeout() {
+        unsigned ms = readTimeout.load();
+        DWORD value = ms ? ms : 0xFFFFFFFF; // 0 is "no limit" here, WinINet's is all ones
+        bool ok = setOption(INTERNET_OPTION_RECEIVE_TIMEOUT, value);
+        return setOption(INTERNET_OPTION_SEND_TIMEOUT, value) && ok;
+    }
+    bool setOption(DWORD option, DWORD value) {
+        return InternetSetOptionA(connection, option, &value, sizeof(value)) != FALSE;
     }
 
     /// Waits for a free connection; false on timeout or abort (`aborted` tells which).
@@ -178,7 +231,8 @@ public:
         if (mCancelled || abort.aborted())
             return fail(TR_ABORTED, ERROR_INTERNET_OPERATION_CANCELLED, "aborted");
         if (!sent)
-            return fail(timedOut(error, started, mSession->readTimeout.load()) ? TR_CONNECT_TIMEOUT : TR_ERROR,
+            return fail(timedOut(error, started, mSession->readTimeout.load()) ? TR_CONNECT_TIMEOUT
+                                                                               : TR_ERROR,
                         error);
         DWORD status = 0, length = sizeof(status);
         if (HttpQueryInfoA(mHandle, HTTP_QUERY_STATUS_CODE | HTTP_QUERY_FLAG_NUMBER, &status, &length, NULL))
@@ -235,7 +289,8 @@ public:
             if (mCancelled || abort.aborted())
                 return fail(TR_ABORTED, ERROR_INTERNET_OPERATION_CANCELLED, "aborted");
             if (!ok)
-                return fail(timedOut(error, started, mSession->readTimeout.load()) ? TR_READ_TIMEOUT : TR_ERROR,
+                return fail(timedOut(error, started, mSession->readTimeout.load()) ? TR_READ_TIMEOUT
+                                                                                   : TR_ERROR,
                             error);
             got += n;
             mReceived += n;
@@ -403,8 +458,8 @@ public:
         // Redirects reach the caller as they are, as on every platform.
         DWORD flags = REQUEST_FLAGS | INTERNET_FLAG_NO_AUTO_REDIRECT | INTERNET_FLAG_NO_COOKIES |
                       (mSession->secure ? INTERNET_FLAG_SECURE : 0);
-        HINTERNET h = HttpOpenRequestA(mSession->connection, method, target.c_str(), "HTTP/1.1", NULL, ACCEPT,
-                                       flags, 0);
+        HINTERNET h = HttpOpenRequestA(mSession->currentConnection(), method, target.c_str(), "HTTP/1.1",
+                                       NULL, ACCEPT, flags, 0);
         if (!h) {
             error = errorText(GetLastError());
             return nullptr;
@@ -412,19 +467,26 @@ public:
         return new WinINetRequest(mSession, h, method);
     }
     bool setConnectTimeout(unsigned ms) override {
+        std::lock_guard<std::mutex> lock(mSession->mutex);
         mSession->connectTimeout = ms;
-        return ms == 0 || setOption(INTERNET_OPTION_CONNECT_TIMEOUT, ms);
+        return mSession->applyConnectTimeout();
     }
     bool setReadTimeout(unsigned ms) override {
+        std::lock_guard<std::mutex> lock(mSession->mutex);
         mSession->readTimeout = ms;
-        DWORD value = ms ? ms : 0xFFFFFFFF; // 0 is "no limit" here, WinINet's is all ones
-        bool ok = setOption(INTERNET_OPTION_RECEIVE_TIMEOUT, value);
-        return setOption(INTERNET_OPTION_SEND_TIMEOUT, value) && ok;
+        return mSession->applyReadTimeout();
     }
     bool setUseSystemProxies(bool use) override {
         INTERNET_PROXY_INFO info = {};
         info.dwAccessType = use ? INTERNET_OPEN_TYPE_PRECONFIG : INTERNET_OPEN_TYPE_DIRECT;
-        return InternetSetOptionA(mSession->internet, INTERNET_OPTION_PROXY, &info, sizeof(info)) != FALSE;
+        {
+            std::lock_guard<std::mutex> lock(mSession->mutex);
+            if (InternetSetOptionA(mSession->internet, INTERNET_OPTION_PROXY, &info, sizeof(info)))
+                return true;
+        }
+        // Where the handle refuses the option, new handles take the access type.
+        std::string error;
+        return mSession->openHandles(use, error);
     }
     bool setMaxConnections(unsigned n) override {
         if (n == 0)
@@ -449,10 +511,6 @@ public:
     void wakeup() override { mSession->wakeup(); }
 
 private:
-    bool setOption(DWORD option, DWORD value) {
-        return InternetSetOptionA(mSession->connection, option, &value, sizeof(value)) != FALSE;
-    }
-
     std::shared_ptr<Session> mSession;
 };
 
@@ -460,24 +518,16 @@ private:
 
 HTTPConnection* HTTPConnection::open(const TransportSettings& s, std::string& error) {
     std::shared_ptr<Session> session = std::make_shared<Session>();
+    session->agent = s.agent;
+    session->host = s.host;
+    session->port = s.port;
     session->secure = lower(s.scheme.data(), s.scheme.size()) == "https";
-    session->internet = InternetOpenA(
-        s.agent.c_str(), s.useSystemProxies ? INTERNET_OPEN_TYPE_PRECONFIG : INTERNET_OPEN_TYPE_DIRECT, NULL,
-        NULL, INTERNET_FLAG_NO_CACHE_WRITE);
-    if (!session->internet) {
-        error = errorText(GetLastError());
-        return nullptr;
-    }
-    session->connection =
-        InternetConnectA(session->internet, s.host.c_str(), s.port, NULL, NULL, INTERNET_SERVICE_HTTP, 0, 0);
-    if (!session->connection) {
-        error = errorText(GetLastError());
-        return nullptr;
-    }
+    session->connectTimeout = s.connectTimeout;
+    session->readTimeout = s.readTimeout;
     session->maxSlots = s.maxConnections ? s.maxConnections : 1;
+    if (!session->openHandles(s.useSystemProxies, error))
+        return nullptr;
     std::unique_ptr<WinINetConnection> connection(new WinINetConnection(session));
-    connection->setConnectTimeout(s.connectTimeout);
-    connection->setReadTimeout(s.readTimeout);
     return connection.release();
 }
 
