@@ -19,6 +19,7 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <tmain/foundation/Logger.h>
 #include <tmain/platform/Platform.h>
 #include <vector>
 
@@ -98,10 +99,10 @@ struct Session {
     ~Session() {
         retired.emplace_back(internet, connection);
         for (auto& h : retired) {
-            if (h.second)
-                InternetCloseHandle(h.second);
-            if (h.first)
-                InternetCloseHandle(h.first);
+            if (h.second && !InternetCloseHandle(h.second))
+                logging::Logger::mROOT_LOGGER.warn("Unable to close connection handle");
+            if (h.first && !InternetCloseHandle(h.first))
+                logging::Logger::mROOT_LOGGER.warn("Unable to close internet handle");
         }
     }
 
