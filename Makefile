@@ -3,7 +3,7 @@ JOBS      ?= $(shell nproc 2>/dev/null || echo 2)
 BUILD     ?= build
 CMAKE_ARGS ?=
 
-.PHONY: all deps configure build demo test test-asan test-tsan bench fuzz fuzz-run clean
+.PHONY: all deps configure build demo test test-asan test-tsan test-windows bench fuzz fuzz-run clean
 
 all: build
 
@@ -35,6 +35,11 @@ test-tsan: deps
 	  -DTMAIN_SANITIZE=thread >/dev/null
 	@cmake --build build-tsan -j $(JOBS)
 	@cd build-tsan && TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 ctest --output-on-failure -j $(JOBS)
+
+# The Windows lane: the x86_64 library and test suites under wine, then the
+# i686 tmain.dll package with its exports and a consumer (scripts/test-windows.sh).
+test-windows: build
+	@JOBS=$(JOBS) bash scripts/test-windows.sh $(BUILD)
 
 bench: deps
 	@cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DTMAIN_BUILD_TESTS=OFF -DTMAIN_BUILD_BENCH=ON >/dev/null

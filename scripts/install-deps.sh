@@ -14,22 +14,40 @@ PACKAGES=(
   nginx-light squid curl openssl gss-ntlmssp libkrb5-dev
   python3-websockets python3-autobahn
   mcpp flex libmuparser-dev
-  wine wine64 g++-mingw-w64-x86-64-posix
+  libcli11-dev tmux
+  wine wine64 g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix libz-mingw-w64-dev dpkg-dev
 )
 # Node.js often comes from its own packages with npm inside; only a machine
 # without any npm gets Debian's.
 command -v npm >/dev/null 2>&1 || PACKAGES+=(npm)
 
+# The Windows build compiles Jansson and minizip from Debian's source packages
+# (scripts/build-win-deps.sh): apt needs the deb-src twin of the main archive.
+SUDO=""
+[ "$(id -u)" -ne 0 ] && SUDO="sudo"
+SRC_LIST=/etc/apt/sources.list.d/tmain-deb-src.sources
+need_update=0
+if [ ! -f "$SRC_LIST" ] && [ -f /etc/apt/sources.list.d/debian.sources ]; then
+  echo "install-deps: adding the deb-src entries of the Debian archive ($SRC_LIST)"
+  sed 's/^Types: deb$/Types: deb-src/' /etc/apt/sources.list.d/debian.sources | $SUDO tee "$SRC_LIST" >/dev/null
+  need_update=1
+elif [ ! -f "$SRC_LIST" ] && [ -f /etc/apt/sources.list ]; then
+  echo "install-deps: adding the deb-src entries of the Debian archive (${SRC_LIST%.sources}.list)"
+  SRC_LIST="${SRC_LIST%.sources}.list"
+  grep '^deb ' /etc/apt/sources.list | sed 's/^deb /deb-src /' | $SUDO tee "$SRC_LIST" >/dev/null
+  need_update=1
+fi
+
 missing=()
 for p in "${PACKAGES[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
 done
-if [ ${#missing[@]} -ne 0 ]; then
-  echo "install-deps: installing ${missing[*]}"
-  SUDO=""
-  [ "$(id -u)" -ne 0 ] && SUDO="sudo"
+if [ ${#missing[@]} -ne 0 ] || [ "$need_update" -eq 1 ]; then
   export DEBIAN_FRONTEND=noninteractive
   $SUDO apt-get update -qq >/dev/null
+fi
+if [ ${#missing[@]} -ne 0 ]; then
+  echo "install-deps: installing ${missing[*]}"
   $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 fi
 
