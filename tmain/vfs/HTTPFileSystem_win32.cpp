@@ -125,24 +125,21 @@ struct Session {
             retired.emplace_back(internet, connection);
         internet = i;
         connection = c;
-        applyConnectTimeout();
-        applyReadTimeout();
+        for (DWORD option :
+             {INTERNET_OPTION_CONNECT_TIMEOUT, INTERNET_OPTION_RECEIVE_TIMEOUT, INTERNET_OPTION_SEND_TIMEOUT})
+            applyTimeout(option);
         return true;
     }
     HINTERNET currentConnection() {
         std::lock_guard<std::mutex> lock(mutex);
         return connection;
     }
-    /// With the mutex held.
-    bool applyConnectTimeout() {
-        unsigned ms = connectTimeout.load();
-        return ms == 0 || setOption(INTERNET_OPTION_CONNECT_TIMEOUT, ms);
-    }
-    bool applyReadTimeout() {
-        unsigned ms = readTimeout.load();
-        DWORD value = ms ? ms : 0xFFFFFFFF; // 0 is "no limit" here, WinINet's is all ones
-        bool ok = setOption(INTERNET_OPTION_RECEIVE_TIMEOUT, value);
-        return setOption(INTERNET_OPTION_SEND_TIMEOUT, value) && ok;
+    /// Sets a timeout option of the connection handle from the stored values; with the mutex held.
+    bool applyTimeout(DWORD option) {
+        unsigned ms = option == INTERNET_OPTION_CONNECT_TIMEOUT ? connectTimeout.load() : readTimeout.load();
+        if (ms == 0 && option == INTERNET_OPTION_CONNECT_TIMEOUT)
+            return true;                                // WinINet's default
+        return setOption(option, ms ? ms : 0xFFFFFFFF); // no limit is all ones to WinINet
     }
     bool setOption(DWORD option, DWORD value) {
         return InternetSetOptionA(connection, option, &value, sizeof(value)) != FALSE;
@@ -467,15 +464,21 @@ public:
         }
         return new WinINetRequest(mSession, h, method);
     }
-    bool setConnectTimeout(unsigned ms) override {
+    bool setTimeout(TimeoutKind kind, unsigned ms, int& error, unsigned& kept) override {
         std::lock_guard<std::mutex> lock(mSession->mutex);
-        mSession->connectTimeout = ms;
-        return mSession->applyConnectTimeout();
-    }
-    bool setReadTimeout(unsigned ms) override {
-        std::lock_guard<std::mutex> lock(mSession->mutex);
-        mSession->readTimeout = ms;
-        return mSession->applyReadTimeout();
+        if (kind == TIMEOUT_CONNECT)
+            mSession->connectTimeout = ms;
+        else
+            mSession->readTimeout = ms; // sends wait as long as reads
+        const DWORD option = kind == TIMEOUT_CONNECT   ? INTERNET_OPTION_CONNECT_TIMEOUT
+                             : kind == TIMEOUT_RECEIVE ? INTERNET_OPTION_RECEIVE_TIMEOUT
+                                                       : INTERNET_OPTION_SEND_TIMEOUT;
+        if (mSession->applyTimeout(option))
+            return true;
+        error = (int)GetLastError();
+        DWORD value = 0, length = sizeof(value);
+        kept = InternetQueryOptionA(mSession->connection, option, &value, &length) ? (unsigned)value : 0;
+        return false;
     }
     bool setUseSystemProxies(bool use) override {
         INTERNET_PROXY_INFO info = {};
