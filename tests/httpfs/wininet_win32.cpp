@@ -1,6 +1,6 @@
 // WinINet under the HTTP file system: ranged reads against nginx, the
-// process-wide connection limits, and the system proxy settings of the
-// current user (the registry values WinINet reads), through squid.
+// process-wide connection limits, the system proxy settings of the current
+// user (the registry values WinINet reads) through squid, and https.
 #include "HttpfsFixture.h"
 #include <windows.h>
 #include <wininet.h>
@@ -123,4 +123,22 @@ TEST_F(HttpfsFixture, UserProxySettingsUntilBypassedOrSwitchedOff) {
     EXPECT_EQ(std::string::npos, log.find("/root/direct.bin")) << log;
     EXPECT_EQ("GET /root/via.bin \"bytes=100000-299999\" 206 200000", logFor("/root/via.bin").at(2));
     EXPECT_EQ(4u, logFor("/root/direct.bin").size());
+}
+
+TEST_F(HttpfsFixture, UntrustedCertificateFailsVerification) {
+    TMAIN_REQUIRE_TOOL("openssl");
+    tmaintest::TempDir certs;
+    ASSERT_TRUE(tmaintest::makeSelfSignedCertificate(certs.file("cert.pem"), certs.file("key.pem")));
+    tmaintest::Nginx tls(docs.path(), "", {certs.file("cert.pem"), certs.file("key.pem")});
+    ASSERT_TRUE(tls.running());
+    put("a.bin", 5000, 5);
+    ::core::SmartPtr<vfs::HTTPFileSystem> secure(
+        new vfs::HTTPFileSystem(tls.tlsUrl("/root").c_str(), 5000, 5000));
+    // The handshake refuses the certificate (WinINet's code, 12045 under wine): no request reaches nginx.
+    const std::string head =
+        "HTTPFileSystem: could not send HEAD command to '" + tls.tlsUrl("/root/a.bin") + "' (";
+    const std::string msg = tmaintest::messageOf<vfs::HTTPException>(
+        [&] { ::core::SmartPtr<vfs::File>(secure->lookup("a.bin")); });
+    EXPECT_EQ(head, msg.substr(0, head.size())) << msg;
+    EXPECT_EQ(std::string::npos, tls.accessLog().find("/root/a.bin")) << tls.accessLog();
 }
