@@ -3,6 +3,7 @@
 #include "../support/TestSupport.h"
 #include <cstdlib>
 #include <tmain/foundation/Thread.h>
+#include <tmain/stream/StreamIOPool.h>
 #include <windows.h>
 
 void setEnv(const char* name, const char* value) {
@@ -72,6 +73,18 @@ TEST(ThreadsWin32, NamesAreThreadDescriptions) {
         fresh += "|" + description(get, GetCurrentThread()) + "|" + core::Thread::getCurrentThreadName();
     }).join();
     EXPECT_EQ("outside|renamed|renamed", fresh);
+}
+
+// When the process exits, Windows ends the pool's threads before the DLL's
+// static objects go; the pool joining them then must not wait forever.
+TEST(ThreadsWin32, ProcessExitsWithPoolThreadsRunning) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            tarso::stream::StreamIOPool::getSingleton();
+            std::exit(3);
+        },
+        ::testing::ExitedWithCode(3), "");
 }
 
 } // namespace

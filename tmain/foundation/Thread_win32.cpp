@@ -37,6 +37,17 @@ void Thread::nativeFree() {
     mNative = nullptr;
 }
 
+bool Thread::nativeWaitEnd(unsigned timeoutMs) {
+    // The handle, not the body's event: when the process exits, the system
+    // ends every other thread before the DLL's static objects are destroyed,
+    // and a pool joining its threads then must not wait for an event that
+    // nobody is left to set.
+    if (mDone.wait(0) == Event::WAIT_SIGNALED)
+        return true;
+    return WaitForSingleObject(mNative->handle, timeoutMs == INFINITE_WAIT ? INFINITE : timeoutMs) ==
+           WAIT_OBJECT_0;
+}
+
 void Thread::nativeJoin() {
     WaitForSingleObject(mNative->handle, INFINITE);
 }
