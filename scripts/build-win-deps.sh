@@ -2,7 +2,8 @@
 # Builds the Windows dependencies of tmain with mingw-w64, without the internet
 # beyond Debian's own archive: Jansson and minizip from their Debian source
 # packages (apt-get source), GoogleTest from the googletest package's sources
-# in /usr/src/googletest. zlib comes from libz-mingw-w64-dev. Everything is
+# in /usr/src/googletest. zlib comes from libz-mingw-w64-dev, GLM's headers
+# from libglm-dev. Everything is
 # static and installed under build-win-deps/<arch> (lib/, include/ and
 # lib/pkgconfig/); a finished architecture is not built again.
 #
@@ -15,7 +16,7 @@ ROOT="$(cd "$(dirname "$0")/.." && pwd)"
 PREFIX="$ROOT/build-win-deps/$ARCH"
 WORK="$ROOT/build-win-deps/src"
 TRIPLE="$ARCH-w64-mingw32"
-STAMP="$PREFIX/.complete-1"
+STAMP="$PREFIX/.complete-2"
 [ -f "$STAMP" ] && exit 0
 
 JOBS="$(nproc 2>/dev/null || echo 2)"
@@ -87,6 +88,11 @@ Version: 1.2.13
 Libs: \${libdir}/libz.a
 Cflags: -I\${includedir}
 EOF
+
+# GLM, the math tests' reference, is header-only: libglm-dev's headers serve
+# every target.
+rm -rf "$PREFIX/include/glm"
+cp -r /usr/include/glm "$PREFIX/include/glm"
 
 # GoogleTest from the googletest package's sources.
 cmake_build /usr/src/googletest gtest -Dgtest_disable_pthreads=OFF -DINSTALL_GTEST=ON -DBUILD_GMOCK=ON
