@@ -15,7 +15,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include <stdlib.h>
+#include <filesystem>
+#include <random>
 #include <string>
 #include <tmain/core/Serializer.h>
 #include <tmain/foundation/Exception.h>
@@ -62,10 +63,18 @@ void writeFile(const std::string& path, const std::string& bytes) {
 // A cache over a local source reads parts of a 100000-byte file; releasing
 // the file saves its map, which becomes a seed.
 void writeSeeds(const std::string& dir) {
-    char tmpl[] = "/tmp/fuzz_cache_map.XXXXXX";
-    if (!mkdtemp(tmpl))
+    std::error_code error;
+    std::filesystem::path made;
+    std::random_device random;
+    for (int attempt = 0; made.empty() && attempt < 100; ++attempt) {
+        std::filesystem::path candidate =
+            std::filesystem::temp_directory_path(error) / ("fuzz_cache_map." + std::to_string(random()));
+        if (!error && std::filesystem::create_directory(candidate, error))
+            made = candidate;
+    }
+    if (made.empty())
         fuzz::fail(NAME, "cannot make a temporary directory");
-    const std::string root = tmpl, src = root + "/src", cacheRoot = root + "/cache";
+    const std::string root = made.generic_string(), src = root + "/src", cacheRoot = root + "/cache";
     FileOperations::ensurePath((src + "/x").c_str());
     writeFile(src + "/data.bin", std::string(100000, 'x'));
     FileOperations::setLastModTime((src + "/data.bin").c_str(), 1500000000);

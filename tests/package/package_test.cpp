@@ -1,7 +1,7 @@
 // The installed package: `cmake --install` into a temporary prefix, then a
 // consumer project built against it with find_package(tmain) and with
 // pkg-config, and every public header reachable from tmain/tmain.h.
-#include "../support/TestSupport.h"
+#include "PackagePlatform.h"
 #include <sstream>
 
 namespace {
@@ -54,22 +54,21 @@ TEST(Package, InstallsAndBuildsAConsumer) {
                                                   "find_package(tmain REQUIRED)\n"
                                                   "add_executable(consumer main.cpp)\n"
                                                   "target_link_libraries(consumer PRIVATE tmain::tmain)\n");
-    outputOf("cmake -S " + quote(src) + " -B " + quote(dir.file("cbuild")) +
+    outputOf("cmake -S " + quote(src) + " -B " + quote(dir.file("cbuild")) + " " + consumerCMakeArguments() +
              " -DCMAKE_PREFIX_PATH=" + quote(prefix) + " -DCMAKE_CXX_COMPILER=" + quote(TMAIN_CXX_COMPILER) +
              " -DCMAKE_CXX_FLAGS=" + quote(flags) + " -DCMAKE_EXE_LINKER_FLAGS=" + quote(flags) +
              " 2>&1 && cmake --build " + quote(dir.file("cbuild")) + " 2>&1");
-    const std::string libdir =
-        outputOf("dirname $(find " + quote(prefix) + " -name 'libtmain.so*' | head -1) | tr -d '\\n'");
     const std::string expected = "15 pkg a9993e364706816aba3e25717850c26c9cd0d89d\n";
-    EXPECT_EQ(expected,
-              outputOf("LD_LIBRARY_PATH=" + quote(libdir) + " " + quote(dir.file("cbuild/consumer"))));
+    EXPECT_EQ(expected, outputOf(consumerCommand(prefix, dir.file("cbuild/consumer"))));
 
     TMAIN_REQUIRE_TOOL("pkg-config");
-    const std::string pc = outputOf("PKG_CONFIG_PATH=" + quote(libdir + "/pkgconfig") +
-                                    " pkg-config --cflags --libs tmain | tr -d '\\n'");
+    const std::string pcDir =
+        outputOf("dirname $(find " + quote(prefix) + " -name tmain.pc | head -1) | tr -d '\\n'");
+    const std::string pc =
+        outputOf("PKG_CONFIG_PATH=" + quote(pcDir) + " pkg-config --cflags --libs tmain | tr -d '\\n'");
     outputOf(quote(TMAIN_CXX_COMPILER) + " -std=c++17 " + flags + " " + quote(src + "/main.cpp") + " -o " +
              quote(dir.file("pc-consumer")) + " " + pc + " 2>&1");
-    EXPECT_EQ(expected, outputOf("LD_LIBRARY_PATH=" + quote(libdir) + " " + quote(dir.file("pc-consumer"))));
+    EXPECT_EQ(expected, outputOf(consumerCommand(prefix, dir.file("pc-consumer"))));
 }
 
 } // namespace

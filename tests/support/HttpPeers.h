@@ -3,6 +3,7 @@
 // server whose handlers write whatever bytes a test needs.
 #include "TestSupport.h"
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -11,8 +12,12 @@
 
 namespace tmaintest {
 
+/// A socket descriptor (a WinSock SOCKET on Windows).
+using SocketHandle = std::intptr_t;
+
 /// A listening TCP socket on 127.0.0.1 with a port chosen by the system.
-int listenLoopback(unsigned short& port);
+SocketHandle listenLoopback(unsigned short& port);
+void closeSocket(SocketHandle socket);
 
 /// Self-signed PEM certificate for 127.0.0.1 and localhost plus its key, made
 /// by openssl; false when openssl failed.
@@ -70,7 +75,7 @@ private:
 /// One accepted connection of a ScriptedServer.
 class ScriptedConnection {
 public:
-    explicit ScriptedConnection(int fd) : mFd(fd) {}
+    explicit ScriptedConnection(SocketHandle fd) : mFd(fd) {}
     /// The next request head (up to and with the blank line) plus a body of
     /// its content-length; empty when the client closed first.
     std::string readRequest();
@@ -82,7 +87,7 @@ public:
 
 private:
     bool receive();
-    int mFd;
+    SocketHandle mFd;
     std::string mPending;
 };
 
@@ -101,16 +106,27 @@ private:
     void acceptLoop();
 
     Handler mHandler;
-    int mListen = -1, mWake[2] = {-1, -1};
+    SocketHandle mListen = -1;
     unsigned short mPort = 0;
     std::atomic<int> mAccepted{0};
+    std::atomic<bool> mStopping{false};
     std::thread mAcceptThread;
     std::vector<std::thread> mWorkers;
-    std::vector<int> mOpen;
+    std::vector<SocketHandle> mOpen;
     std::mutex mMutex;
 };
 
 /// "HTTP/1.1 <status>\r\ncontent-length: N\r\n<extra>\r\n<body>"
 std::string httpResponse(const std::string& status, const std::string& body, const std::string& extra = "");
+
+namespace detail {
+/// The nginx.conf of Nginx, its files in `dir`; no TLS listener when tlsPort is 0.
+std::string nginxConfig(const std::string& dir, const std::string& root, const std::string& extraServerConfig,
+                        unsigned short port, const Nginx::Tls& tls, unsigned short tlsPort,
+                        bool workerAsRoot);
+std::string squidConfig(const std::string& dir, unsigned short port);
+/// The full path of a tool on PATH, empty without it.
+std::string toolPath(const char* tool);
+} // namespace detail
 
 } // namespace tmaintest

@@ -5,24 +5,8 @@
 #include <fstream>
 #include <random>
 #include <sstream>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace tmaintest {
-
-TempDir::TempDir() {
-    const char* base = getenv("TMPDIR");
-    std::string tmpl = std::string(base && *base ? base : "/tmp") + "/tmain-test-XXXXXX";
-    std::vector<char> buf(tmpl.begin(), tmpl.end());
-    buf.push_back(0);
-    if (!mkdtemp(buf.data()))
-        throw std::runtime_error("mkdtemp failed");
-    mPath = buf.data();
-}
-
-TempDir::~TempDir() {
-    run("rm -rf '" + mPath + "'");
-}
 
 LogCapture::LogCapture() : logging::Appender(nullptr) {}
 
@@ -71,21 +55,6 @@ bool haveTool(const char* name) {
 bool underCI() {
     const char* ci = getenv("CI");
     return ci && std::string(ci) == "true";
-}
-
-int run(const std::string& command, std::string* output) {
-    FILE* p = popen(command.c_str(), "r");
-    if (!p)
-        return -1;
-    std::string out;
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof(buf), p)) > 0)
-        out.append(buf, n);
-    int status = pclose(p);
-    if (output)
-        *output = out;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 std::string outputOf(const std::string& command) {

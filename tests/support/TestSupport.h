@@ -68,7 +68,18 @@ bool haveTool(const char* name);
     } while (0)
 bool underCI();
 
-/// Runs a shell command; returns its exit status and fills `output` with stdout.
+/// True inside wine (the Windows build's tests run there).
+bool underWine();
+/// Skips the calling test under wine only, saying why it cannot run there.
+#define TMAIN_SKIP_UNDER_WINE(reason)                                                                        \
+    do {                                                                                                     \
+        if (::tmaintest::underWine())                                                                        \
+            GTEST_SKIP() << "not under wine: " << reason;                                                    \
+    } while (0)
+
+/// Runs a command with /bin/sh; returns its exit status (-1 when it could not
+/// run) and fills `output` with its stdout. On Windows (under wine) a process
+/// the command leaves running must not keep that stdout open.
 int run(const std::string& command, std::string* output = nullptr);
 /// The stdout of a shell command that must succeed (a failure fails the calling test).
 std::string outputOf(const std::string& command);

@@ -36,7 +36,7 @@ int main(int argc, char** argv) {
         std::ifstream f(path, std::ios::binary);
         std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
         if (!f.good() && !f.eof()) {
-            fprintf(stderr, "%s: cannot read '%s'\n", argv[0], path.c_str());
+            fprintf(stderr, "%s: cannot read '%s'\n", argv[0], path.string().c_str());
             return 1;
         }
         // A copy of exactly the file's size, so that ASan sees any over-read.
