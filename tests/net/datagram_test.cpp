@@ -34,6 +34,9 @@ TEST(Datagrams, RoundTripBetweenTwoSockets) {
     server.readAll(buf, 16, from, 1);
     EXPECT_EQ("0123456789abcdef", std::string(buf, 16)) << "two datagrams make one read";
     EXPECT_EQ(0, server.read(buf, 0, from));
+    client.write("0123456789", 10, serverAddress);
+    EXPECT_MESSAGE(IOException, "Socket read error: Message too long", server.read(buf, 4, from));
+    EXPECT_EQ("0123", std::string(buf, 4)) << "the start of a datagram too long, the rest lost";
 }
 
 TEST(Datagrams, Errors) {

@@ -121,9 +121,15 @@ TEST(StreamSockets, TimeoutsAndWholeBufferTransfers) {
     EXPECT_MESSAGE(IOException, "Socket::readAll:10 bytes could not be written",
                    c.client->readAll(buf, 10, 1));
 
-    // A blocking write that times out reports the read timeout in the read wording.
+    // A blocking write that times out reports the read timeout in the read
+    // wording. The connection is filled first, without blocking, so that the
+    // blocking send finds no room at all (wine's send timeout only fires then).
     Connection stuck(333, 50, true);
     std::string chunk(65536, 'f');
+    stuck.client->setNonBlocking(true);
+    while (stuck.client->getOutputStream()->write(chunk.data(), 1, (unsigned)chunk.size()) != 0) {
+    }
+    stuck.client->setNonBlocking(false);
     EXPECT_MESSAGE(TimeoutException, "Socket read timeout (>333ms)",
                    stuck.client->getOutputStream()->write(chunk.data(), 1, (unsigned)chunk.size()));
     EXPECT_EQ(Socket::SOCK_ETIMEDOUT, stuck.client->getError());

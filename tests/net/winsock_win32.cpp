@@ -14,6 +14,9 @@ bool winsockStarted() {
 
 TEST(WinSock, StartedByTheFirstSocketCleanedUpWithTheLast) {
     ASSERT_EQ(0, net::Socket::INSTANCES.load());
+    if (winsockStarted())
+        TMAIN_SKIP_UNDER_WINE("wine's secur32.dll, which tmain.dll links, starts WinSock as it loads, so the "
+                              "clean-up with the last socket cannot be seen");
     for (int round = 0; round < 3; ++round) {
         EXPECT_FALSE(winsockStarted()) << "cleaned up with the last socket, round " << round;
         {

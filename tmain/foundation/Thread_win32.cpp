@@ -22,11 +22,23 @@ bool Thread::nativeStart() {
         mNative = new Native();
     // _beginthreadex rather than CreateThread: the C runtime sets up its
     // per-thread state (errno, locale, stdio buffers) for the new thread and
-    // frees it when the thread ends. The size is the stack's reservation;
-    // 0 takes the executable's default, small values round up to the minimum.
-    uintptr_t h = _beginthreadex(nullptr, mStackSize, &ThreadEntry::entry, this,
-                                 mStackSize ? STACK_SIZE_PARAM_IS_A_RESERVATION : 0, &mNative->id);
+    // frees it when the thread ends. The size is what the stack commits at
+    // start: the reservation stays the executable's default (1 MiB) unless a
+    // larger size is asked for, so the small sizes some callers give (a few
+    // hundred bytes) still get a full stack, as with 0.
+    // Created suspended: the handle and id are stored before the body runs
+    // (and may release the last reference to this object).
+    uintptr_t h =
+        _beginthreadex(nullptr, mStackSize, &ThreadEntry::entry, this, CREATE_SUSPENDED, &mNative->id);
     mNative->handle = (HANDLE)h;
+    if (h && ResumeThread(mNative->handle) == (DWORD)-1) {
+        // Never ran: the body's reference is given back by start().
+        TerminateThread(mNative->handle, 1);
+        WaitForSingleObject(mNative->handle, INFINITE);
+        CloseHandle(mNative->handle);
+        mNative->handle = nullptr;
+        return false;
+    }
     return h != 0;
 }
 

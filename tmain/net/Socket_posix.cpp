@@ -417,10 +417,15 @@ int recvFrom(Handle handle, void* buffer, int length, void* address, int* addres
     ssize_t n;
     do {
         got = size;
-        n = recvfrom(fd(handle), buffer, (size_t)length, 0, size ? static_cast<sockaddr*>(address) : nullptr,
-                     size ? &got : nullptr);
+        n = recvfrom(fd(handle), buffer, (size_t)length, MSG_TRUNC,
+                     size ? static_cast<sockaddr*>(address) : nullptr, size ? &got : nullptr);
     } while (n < 0 && errno == EINTR);
-    if (n < 0)
+    if (n > (ssize_t)length) {
+        // The datagram did not fit: WinSock fails with WSAEMSGSIZE after
+        // filling the buffer, the rest being lost.
+        errno = EMSGSIZE;
+        n = -1;
+    } else if (n < 0)
         timeoutAsWinSock(fd(handle));
     else if (addressLength)
         *addressLength = (int)(got < size ? got : size);

@@ -52,10 +52,11 @@ void clearLastError();
 /// getaddrinfo(host, port in decimal, hints {AI_PASSIVE when passive,
 /// AF_UNSPEC, kind}) with every result copied into out (in list order), then
 /// freeaddrinfo. Returns 0 or the error code:
+/// On both an empty host is a null one (the wildcard when passive, the
+/// loopback otherwise; WinSock's "" would list every address of the machine)
+/// and a port above 65535 fails with 10022 (SOCK_EINVAL).
 /// Win32: getaddrinfo's own return value (already a WinSock code).
-/// POSIX: an empty host is a null one (Windows' "" means this machine: the
-/// loopback, or the wildcard when passive); a port above 65535 fails as
-/// EAI_SERVICE; the EAI_* codes become what WinSock uses for them:
+/// POSIX: the EAI_* codes become what WinSock uses for them:
 /// EAI_NONAME 11001 (SOCK_HOST_NOT_FOUND), EAI_AGAIN 11002 (SOCK_TRY_AGAIN),
 /// EAI_FAIL 11003 (SOCK_NO_RECOVERY), EAI_NODATA and EAI_ADDRFAMILY 11004
 /// (SOCK_NO_DATA), EAI_FAMILY 10047 (SOCK_EAFNOSUPPORT), EAI_SOCKTYPE 10044
@@ -74,7 +75,10 @@ int addressFamily(const void* address, int length);
 /// The port (host order) of an AF_INET or AF_INET6 address, 0 for others.
 unsigned addressPort(const void* address, int length);
 
-/// Win32: socket(family, type, protocol). POSIX: the same with SOCK_CLOEXEC.
+/// Win32: socket(family, type, protocol), made not inheritable; an AF_INET6
+/// socket is made dual-stack (IPV6_V6ONLY 0, the POSIX default) and a
+/// datagram socket ignores ICMP port-unreachable (SIO_UDP_CONNRESET off), as
+/// POSIX sockets do. POSIX: socket() with SOCK_CLOEXEC.
 Handle createSocket(int family, int type, int protocol);
 
 /// Win32: closesocket. POSIX: close.
@@ -130,6 +134,8 @@ int recvBytes(Handle handle, void* buffer, int length);
 int sendTo(Handle handle, const void* buffer, int length, const void* address, int addressLength);
 
 /// Win32: recvfrom(0). POSIX: recvfrom, as recvBytes. *addressLength is in-out.
+/// A datagram longer than the buffer fills it and fails with 10040 (WinSock's
+/// WSAEMSGSIZE; POSIX asks for the real length with MSG_TRUNC).
 int recvFrom(Handle handle, void* buffer, int length, void* address, int* addressLength);
 
 /// Win32 and POSIX: shutdown(how).
@@ -141,7 +147,8 @@ int localAddress(Handle handle, void* address, int* length);
 /// Waits until handles are ready. Win32: select with one fd_set for reading
 /// and/or one for writing (at most FD_SETSIZE = 64 handles, no duplicates),
 /// the timeout as a timeval {seconds, microseconds}, a null timeval when
-/// seconds < 0; then FD_ISSET per handle. POSIX: poll() with the same meaning,
+/// seconds < 0; every handle also in an exception set, where a failed
+/// connect shows: a handle in it counts as ready both ways. POSIX: poll() with the same meaning,
 /// so descriptors beyond FD_SETSIZE are safe: readable is POLLIN, POLLHUP or
 /// POLLERR, writable POLLOUT or POLLERR, as select reports them; the timeout is
 /// rounded up to whole milliseconds and an interrupted wait resumes with the
@@ -151,7 +158,7 @@ int localAddress(Handle handle, void* address, int* length);
 int selectHandles(const Handle* handles, int count, bool* readable, bool* writable, long seconds,
                   long microseconds);
 
-/// POSIX: the WinSock code of an errno value: EINTR 10004, EBADF 10009,
+/// POSIX only: the WinSock code of an errno value: EINTR 10004, EBADF 10009,
 /// EACCES and EPERM 10013, EFAULT 10014, EINVAL 10022, EMFILE and ENFILE
 /// 10024, EWOULDBLOCK/EAGAIN 10035, EINPROGRESS 10036, EALREADY 10037,
 /// ENOTSOCK 10038, EDESTADDRREQ 10039, EMSGSIZE 10040, EPROTOTYPE 10041,
