@@ -16,6 +16,10 @@
 #include <tmain/foundation/Thread.h>
 #include <vector>
 
+/// Sets (or, for null, removes) an environment variable of this process
+/// (foundation_posix.cpp, foundation_win32.cpp).
+void setEnv(const char* name, const char* value);
+
 namespace {
 
 using tmaintest::onThreads;
@@ -289,12 +293,12 @@ TEST(Logger, LevelsCausesThresholdAndEnvironment) {
     const std::pair<const char*, logging::Level> cases[] = {
         {nullptr, logging::LEVEL_WARN}, {"debug", logging::LEVEL_DEBUG}, {"bogus", logging::LEVEL_WARN}};
     for (auto [env, want] : cases) {
-        env ? setenv("TMAIN_LOG_LEVEL", env, 1) : unsetenv("TMAIN_LOG_LEVEL");
+        setEnv("TMAIN_LOG_LEVEL", env);
         EXPECT_EQ(want,
                   core::SmartPtr<logging::ConsoleAppender>(new logging::ConsoleAppender())->getThreshold())
             << (env ? env : "unset");
     }
-    saved ? setenv("TMAIN_LOG_LEVEL", savedValue.c_str(), 1) : unsetenv("TMAIN_LOG_LEVEL");
+    setEnv("TMAIN_LOG_LEVEL", saved ? savedValue.c_str() : nullptr);
 
     // The layout carries level and message.
     logging::LogEvent e{logging::LEVEL_ERROR, "root", "boom", 0, "IOThread"};

@@ -20,14 +20,14 @@ using tmaintest::ScriptedServer;
 
 namespace {
 
-/// Every test starts with the resolver initialised from an environment
-/// without proxies, so connections go direct unless a test says otherwise.
+/// Every test starts with the resolver initialised and a callback that finds
+/// no proxy, so connections go direct, whatever the system's settings, unless
+/// a test says otherwise.
 class HttpTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        for (const char* v : {"http_proxy", "https_proxy", "HTTPS_PROXY", "no_proxy", "NO_PROXY"})
-            unsetenv(v);
         ProxyResolver::initialize();
+        ProxyResolver::setCallback(new ProxyResolver::ResolveCallback([](const URL*, Proxy&) {}));
     }
     void TearDown() override {
         ProxyResolver::clearCallback();
@@ -75,7 +75,7 @@ TEST_F(HttpTest, NginxSizedBodiesOnOneKeptAliveConnection) {
     std::unique_ptr<Response> h(c.process(&head));
     EXPECT_EQ(big.size(), h->getContentLength());
     EXPECT_EQ("", readBody(h.get()));
-    EXPECT_EQ(0, fetch(c, nginx.url("/missing")).find("404|Not Found|<html>"));
+    EXPECT_EQ(0u, fetch(c, nginx.url("/missing")).find("404|Not Found|<html>"));
     EXPECT_EQ("200|OK|" + conn + ":7", fetch(c, nginx.url("/conn")));
     EXPECT_FALSE(c.usesProxy());
 

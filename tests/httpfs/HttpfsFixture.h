@@ -5,8 +5,10 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <sys/stat.h>
 #include <tmain/foundation/SmartPtr.h>
 #include <tmain/stream/InputStream.h>
+#include <tmain/vfs/CacheFileSystem.h>
 #include <tmain/vfs/File.h>
 #include <tmain/vfs/HTTPFileSystem.h>
 #include <utime.h>
@@ -83,6 +85,36 @@ protected:
     TempDir docs;
     std::unique_ptr<Nginx> nginx;
     core::SmartPtr<tarso::vfs::HTTPFileSystem> fs;
+};
+
+/// The fixture's nginx behind a cache file system in a directory of its own.
+class HttpCache : public HttpfsFixture {
+protected:
+    void SetUp() override {
+        HttpfsFixture::SetUp();
+        if (!IsSkipped() && !HasFailure())
+            cache = new tarso::vfs::CacheFileSystem(cacheDir.path().c_str(), fs.get());
+    }
+    std::string readThrough(tarso::vfs::FileSystem* c, const char* path, unsigned chunk = 65536) {
+        return readAll(open(c, path).get(), chunk);
+    }
+    std::string readRange(const char* path, unsigned off, unsigned n) {
+        std::unique_ptr<tarso::stream::InputStream> in = open(cache.get(), path);
+        in->seek((int)off, tarso::stream::Stream::SM_BEGIN);
+        return readN(in.get(), n);
+    }
+    /// Which of the complete file, its data file and its map are in the cache directory.
+    std::string onDisk(const std::string& name) const {
+        std::string out;
+        struct stat st;
+        for (const char* suffix : {"", ".tcache", ".tcmap"})
+            if (stat((cacheDir.path() + "/" + name + suffix).c_str(), &st) == 0)
+                out += name + suffix + " ";
+        return out;
+    }
+
+    TempDir cacheDir;
+    core::SmartPtr<tarso::vfs::CacheFileSystem> cache;
 };
 
 } // namespace tmaintest

@@ -1,52 +1,13 @@
 // The cache file system in front of the HTTP file system, against nginx:
-// what goes over the wire, what lands on disk, a crash mid-transfer, and
-// threads sharing one cache.
+// what goes over the wire, what lands on disk, and threads sharing one cache.
 #include "HttpfsFixture.h"
-#include <csignal>
 #include <random>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <thread>
 #include <tmain/stream/IOException.h>
-#include <tmain/vfs/CacheFileSystem.h>
-#include <tmain/vfs/SharedCacheInfo.h>
-#include <unistd.h>
 
 using namespace tarso;
-using tmaintest::HttpfsFixture;
-
-namespace {
-
-class HttpCache : public HttpfsFixture {
-protected:
-    void SetUp() override {
-        HttpfsFixture::SetUp();
-        if (!IsSkipped() && !HasFailure())
-            cache = new vfs::CacheFileSystem(cacheDir.path().c_str(), fs.get());
-    }
-    std::string readThrough(vfs::FileSystem* c, const char* path, unsigned chunk = 65536) {
-        return readAll(open(c, path).get(), chunk);
-    }
-    std::string readRange(const char* path, unsigned off, unsigned n) {
-        std::unique_ptr<stream::InputStream> in = open(cache.get(), path);
-        in->seek((int)off, stream::Stream::SM_BEGIN);
-        return readN(in.get(), n);
-    }
-    /// Which of the complete file, its data file and its map are in the cache directory.
-    std::string onDisk(const std::string& name) const {
-        std::string out;
-        struct stat st;
-        for (const char* suffix : {"", ".tcache", ".tcmap"})
-            if (stat((cacheDir.path() + "/" + name + suffix).c_str(), &st) == 0)
-                out += name + suffix + " ";
-        return out;
-    }
-
-    tmaintest::TempDir cacheDir;
-    ::core::SmartPtr<vfs::CacheFileSystem> cache;
-};
-
-} // namespace
+using tmaintest::HttpCache;
 
 TEST_F(HttpCache, OneGetThenTheDisk) {
     const std::string data = put("c.bin", (1 << 20) + 123, 11, 1400000000);
@@ -72,56 +33,6 @@ TEST_F(HttpCache, OneGetThenTheDisk) {
     lines = logFor("/root/m.bin");
     ASSERT_EQ(2u, lines.size());
     EXPECT_EQ("GET /root/m.bin \"bytes=60000-99999\" 206", lines[1].substr(0, lines[1].rfind(' ')));
-}
-
-TEST_F(HttpCache, CrashedReaderResumesWithOneRangedGet) {
-    const unsigned size = 10 << 20, cut = 6 << 20;
-    const std::string data = put("r.bin", size, 12);
-    cache = nullptr;
-    int ready[2];
-    ASSERT_EQ(0, pipe(ready));
-    fflush(nullptr);
-    pid_t pid = fork();
-    if (pid == 0) {
-        // The child reads 6 MiB through a cache of its own, reports, and waits to be killed.
-        close(ready[0]);
-        ::core::SmartPtr<vfs::HTTPFileSystem> h(
-            new vfs::HTTPFileSystem(nginx->url("/root").c_str(), 5000, 5000));
-        ::core::SmartPtr<vfs::CacheFileSystem> c(new vfs::CacheFileSystem(cacheDir.path().c_str(), h.get()));
-        std::unique_ptr<stream::InputStream> in = open(c.get(), "r.bin");
-        std::string got(cut, '\0');
-        for (unsigned off = 0; off < cut; off += 65536)
-            if (in->read(&got[off], 1, 65536) != 65536)
-                _exit(1);
-        char ok = got == data.substr(0, cut) ? 'y' : 'n';
-        if (write(ready[1], &ok, 1) != 1)
-            _exit(2);
-        for (;;)
-            pause();
-    }
-    close(ready[1]);
-    char ok = 0;
-    ASSERT_EQ(1, read(ready[0], &ok, 1));
-    close(ready[0]);
-    kill(pid, SIGKILL);
-    int status = 0;
-    waitpid(pid, &status, 0);
-    ASSERT_EQ('y', ok);
-    ASSERT_TRUE(WIFSIGNALED(status));
-    EXPECT_EQ("r.bin.tcache r.bin.tcmap ", onDisk("r.bin"));
-
-    cache = new vfs::CacheFileSystem(cacheDir.path().c_str(), fs.get());
-    EXPECT_TRUE(data == readThrough(cache.get(), "r.bin"));
-    // The map was saved at 4 MiB: the rest comes in one ranged request.
-    const unsigned saved = vfs::SharedCacheInfo::MAP_SAVE_INTERVAL;
-    std::string ranged;
-    for (const std::string& line : logFor("/root/r.bin"))
-        if (line.find("\"bytes=") != std::string::npos)
-            ranged += line + "\n";
-    EXPECT_EQ("GET /root/r.bin \"bytes=" + std::to_string(saved) + "-" + std::to_string(size - 1) +
-                  "\" 206 " + std::to_string(size - saved) + "\n",
-              ranged);
-    EXPECT_EQ("r.bin ", onDisk("r.bin"));
 }
 
 TEST_F(HttpCache, EightThreadsShareOneCache) {

@@ -1,6 +1,7 @@
 // The HTTP file system against nginx: lookups, statuses, reads, ranges,
 // deflate bodies, request data and the I/O switches.
 #include "HttpfsFixture.h"
+#include <algorithm>
 #include <functional>
 #include <mutex>
 #include <random>
@@ -180,7 +181,7 @@ TEST_F(HttpfsFixture, RequestDataIsSentAsDescribed) {
     EXPECT_EQ(2u, form->getFieldCount());
     form->getRequestHeaders().add("X-Token", "t1");
     ::core::SmartPtr<vfs::File> f(s->lookup("submit", form.get()));
-    EXPECT_EQ(0u, server.connections()); // the lookup sends nothing
+    EXPECT_EQ(0, server.connections()); // the lookup sends nothing
     std::unique_ptr<stream::InputStream> in(f->getInputStream());
     in->open(stream::Stream::OM_READ | stream::Stream::OM_BINARY);
     EXPECT_EQ("answer", readAll(in.get()));
@@ -195,20 +196,41 @@ TEST_F(HttpfsFixture, RequestDataIsSentAsDescribed) {
         ->open(stream::Stream::OM_READ | stream::Stream::OM_BINARY);
     std::lock_guard<std::mutex> lock(m);
     ASSERT_EQ(3u, requests.size());
-    std::string all;
-    for (std::string r : requests) { // the agent's name counts the file systems made so far
-        const size_t at = r.find("User-Agent: tmain.") + 18;
-        all += r.replace(at, r.find("\r\n", at) - at, "N") + "|";
+    // Each request as its line, its header lines in name order (the order on the wire is the
+    // transport's) and its body; the agent's name counts the file systems made so far.
+    auto normal = [](const std::string& line, std::vector<std::string> headers, const std::string& body) {
+        std::sort(headers.begin(), headers.end());
+        std::string out = line + "\n";
+        for (const std::string& h : headers)
+            out += h.compare(0, 18, "User-Agent: tmain.") == 0 ? "User-Agent: tmain.N\n" : h + "\n";
+        return out + "\n" + body;
+    };
+    std::string all, want;
+    for (const std::string& r : requests) {
+        size_t end = r.find("\r\n\r\n"), pos = r.find("\r\n");
+        std::vector<std::string> headers;
+        for (size_t next; pos < end; pos = next)
+            headers.push_back(r.substr(pos + 2, (next = r.find("\r\n", pos + 2)) - pos - 2));
+        all += normal(r.substr(0, r.find("\r\n")), headers, r.substr(end + 4)) + "|";
     }
-    const std::string head = "Host: 127.0.0.1:" + std::to_string(server.port()) +
-                             "\r\nUser-Agent: tmain.N\r\nAccept: */*\r\n",
-                      tail = "Cache-Control: no-cache\r\nPragma: no-cache\r\naccept-encoding: deflate\r\n";
-    EXPECT_EQ("POST /app/submit HTTP/1.1\r\n" + head +
-                  "X-Token: t1\r\nContent-type: application/x-www-form-urlencoded\r\n" + tail +
-                  "Content-Length: 14\r\n\r\nname=x%2Fy&n=1|GET /app/submit?name=x%2Fy&n=1 HTTP/1.1\r\n" +
-                  head + "X-Token: t1\r\n" + tail + "\r\n|PUT /app/blob HTTP/1.1\r\n" + head +
-                  "Content-type: application/octet-stream\r\n" + tail +
-                  "Content-Length: 3\r\n\r\n\x01\x02\x03|",
-              all);
+    const std::vector<std::string> common = {"Host: 127.0.0.1:" + std::to_string(s->getPort()),
+                                             "User-Agent: tmain.1",
+                                             "Accept: */*",
+                                             "Cache-Control: no-cache",
+                                             "Pragma: no-cache",
+                                             "accept-encoding: deflate"};
+    auto with = [&](std::vector<std::string> extra) {
+        extra.insert(extra.end(), common.begin(), common.end());
+        return extra;
+    };
+    want =
+        normal("POST /app/submit HTTP/1.1",
+               with({"X-Token: t1", "Content-type: application/x-www-form-urlencoded", "Content-Length: 14"}),
+               "name=x%2Fy&n=1") +
+        "|" + normal("GET /app/submit?name=x%2Fy&n=1 HTTP/1.1", with({"X-Token: t1"}), "") + "|" +
+        normal("PUT /app/blob HTTP/1.1",
+               with({"Content-type: application/octet-stream", "Content-Length: 3"}), "\x01\x02\x03") +
+        "|";
+    EXPECT_EQ(want, all);
     EXPECT_EQ(1, server.connections()); // one kept-alive connection served all three
 }

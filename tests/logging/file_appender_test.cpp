@@ -2,18 +2,24 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <thread>
+#include <tmain/foundation/Event.h>
 #include <tmain/foundation/Exception.h>
 #include <tmain/foundation/Thread.h>
 #include <tmain/logging/FileAppender.h>
-#include <unistd.h>
 
 using logging::FileAppender;
 using tmaintest::readFile;
 using tmaintest::TempDir;
 using tmaintest::writeFile;
+
+/// Sets (or, for null, removes) an environment variable of this process and
+/// has the C runtime read the time zone again (file_appender_posix.cpp,
+/// file_appender_win32.cpp).
+void setEnv(const char* name, const char* value);
 
 namespace {
 
@@ -33,7 +39,7 @@ std::string pad(const std::string& head, size_t size) {
 }
 
 bool exists(const std::string& path) {
-    return access(path.c_str(), F_OK) == 0;
+    return std::filesystem::exists(path);
 }
 
 TEST(FileAppender, ClampsNamesAndFailures) {
@@ -96,27 +102,26 @@ TEST(FileAppender, DailyRollAcrossMidnightByTimeZone) {
     const char* saved = getenv("TZ");
     std::string savedValue = saved ? saved : "";
     // Two zones 24 hours apart: their dates always differ by exactly one day.
+    // Three-letter names, as the Windows C runtime reads them.
     auto stamp = [](time_t t) {
-        struct tm g;
-        gmtime_r(&t, &g);
+        struct tm g = *std::gmtime(&t);
         return std::to_string((g.tm_year + 1900) * 10000 + (g.tm_mon + 1) * 100 + g.tm_mday);
     };
     const std::string w = stamp(time(nullptr) - 12 * 3600), e = stamp(time(nullptr) + 12 * 3600);
-    setenv("TZ", "WEST+12", 1);
+    setEnv("TZ", "WWW+12");
     TempDir dir;
     core::SmartPtr<Appender> a(
         new Appender(dir.file("d.log").c_str(), FileAppender::ROLL_SIZE, new RawLayout));
     a->setMode(FileAppender::ROLL_DAILY); // the day of a file made now is today, birth time or not
     a->line("west");
-    setenv("TZ", "EAST-12", 1);
+    setEnv("TZ", "EEE-12");
     a->line("east");
     a->line("east again");
-    setenv("TZ", "WEST+12", 1);
+    setEnv("TZ", "WWW+12");
     a->line("west again");
     EXPECT_JOINED("20260102|19991230|0|", Appender::getYYYYMMDD(1767355200), Appender::getYYYYMMDD(946598400),
                   Appender::getYYYYMMDD(-(1LL << 60)));
-    saved ? setenv("TZ", savedValue.c_str(), 1) : unsetenv("TZ");
-    tzset();
+    setEnv("TZ", saved ? savedValue.c_str() : nullptr);
     EXPECT_EQ("west\nRoll (daily): " + e + " != " + w + "\n", readFile(dir.file("d-2.log")));
     EXPECT_EQ("east\neast again\nRoll (daily): " + w + " != " + e + "\n", readFile(dir.file("d-1.log")));
     EXPECT_EQ("west again\n", readFile(dir.file("d.log")));
@@ -176,22 +181,36 @@ TEST(Logger, MessagesAsExceptionsFormatThemAlsoWhenNested) {
     logger.info("x%cy %s", 0, "z");
     const char* none = getenv("TMAIN_UNSET_VARIABLE_FOR_TEST");
     logger.info("%s%%%s", "100", none);
-    struct LogsAtExit { // destroyed after the thread's logging buffers
-        logging::Logger& l;
-        ~LogsAtExit() { l.info("bye"); }
+    // Destroyed after the thread's logging buffers. mingw's thread_local
+    // objects may be destroyed after join() has returned, and after their
+    // own storage is gone: the destructor uses only plain statics, and an
+    // event says when it is done.
+    static logging::Logger* sLogger;
+    static core::Event* sDone;
+    struct LogsAtExit {
+        ~LogsAtExit() {
+            sLogger->info("bye");
+            sDone->set();
+        }
     };
+    core::Event byeLogged(true, false);
+    sLogger = &logger;
+    sDone = &byeLogged;
     std::thread([&] {
-        thread_local LogsAtExit last{logger};
+        thread_local LogsAtExit last;
+        (void)last;
         logger.info("hi");
     }).join();
-    EXPECT_EQ("outer|INFO  [" + name + "] outer\n|inner 2|WARN  [" + name +
-                  "] inner 2\n|inner 2.outer.x|INFO  [" + name + "] x\n|x.100%(null|INFO  [" + name +
-                  "] 100%(null)\n|100%(null.hi|INFO  [" + name + "] hi\n|hi.bye|INFO  [" + name +
-                  "] bye\n|bye.",
+    ASSERT_EQ(core::Event::WAIT_SIGNALED, byeLogged.wait());
+    // The main thread of a Windows process has no name: then the line has none.
+    const std::string tag = name.empty() ? "" : "[" + name + "] ";
+    EXPECT_EQ("outer|INFO  " + tag + "outer\n|inner 2|WARN  " + tag + "inner 2\n|inner 2.outer.x|INFO  " +
+                  tag + "x\n|x.100%(null|INFO  " + tag + "100%(null)\n|100%(null.hi|INFO  " + tag +
+                  "hi\n|hi.bye|INFO  " + tag + "bye\n|bye.",
               r->seen);
     r->seen.clear();
     logger.info("%s", big.c_str()); // cut where core::formatMessage cuts
-    EXPECT_NE(std::string::npos, r->seen.find("] " + core::formatMessagef("%s", big.c_str()) + "\n|"));
+    EXPECT_NE(std::string::npos, r->seen.find(" " + core::formatMessagef("%s", big.c_str()) + "\n|"));
     EXPECT_EQ(1025u, core::formatMessagef("%s", big.c_str()).size());
     core::Thread::setCurrentThreadName("renamed"); // a later name shows in later lines
     logger.info("r");

@@ -2,11 +2,8 @@
 // Loopback peers for the socket suites: a listening server, a client that
 // exposes the protected whole-buffer transfers, and stream helpers.
 #include "../support/TestSupport.h"
-#include <arpa/inet.h>
 #include <memory>
-#include <netinet/in.h>
 #include <string>
-#include <sys/socket.h>
 #include <tmain/net/ClientSocket.h>
 #include <tmain/net/ServerSocket.h>
 #include <tmain/net/SocketClosedException.h>
@@ -14,6 +11,12 @@
 #include <tmain/net/SocketOutputStream.h>
 
 namespace nettest {
+
+// Native options the classes do not offer (NetNative_posix.cpp, NetNative_win32.cpp).
+/// SO_RCVBUF (receive) or SO_SNDBUF of the socket.
+void setBufferSize(unsigned handle, bool receive, int bytes);
+/// SO_LINGER {on, 0 s}: closing the socket then resets the connection.
+void setHardClose(unsigned handle);
 
 class TestClient : public net::ClientSocket {
 public:
@@ -34,15 +37,14 @@ struct Connection {
     explicit Connection(unsigned readTimeout = 2000, unsigned writeTimeout = 2000, bool smallBuffers = false,
                         bool serverNoDelay = true)
         : server(false, serverNoDelay) {
-        int small = 4096;
         server.bind("127.0.0.1", 0);
         if (smallBuffers)
-            setsockopt((int)server.getNativeSocket(), SOL_SOCKET, SO_RCVBUF, &small, sizeof(small));
+            setBufferSize(server.getNativeSocket(), true, 4096);
         server.listen(8);
         client.reset(
             new TestClient("127.0.0.1", (int)server.getLocalPort(), 2000, readTimeout, writeTimeout));
         if (smallBuffers)
-            setsockopt((int)client->getNativeSocket(), SOL_SOCKET, SO_SNDBUF, &small, sizeof(small));
+            setBufferSize(client->getNativeSocket(), false, 4096);
         peer.reset(server.accept());
     }
 };

@@ -40,7 +40,7 @@ TEST(Datagrams, Errors) {
     DatagramSocket socket(2000, 60, 60), unbound;
     char buf[16];
     SocketAddress from;
-    EXPECT_MESSAGE(IOException, "Socket read error: Invalid valid descriptor", socket.read(buf, 16, from));
+    EXPECT_MESSAGE(IOException, "Socket read error: Invalid socket", socket.read(buf, 16, from));
     socket.bind("127.0.0.1", 0);
     EXPECT_MESSAGE(IOException, "Socket already bound", socket.bind("127.0.0.1", 0));
     EXPECT_MESSAGE(TimeoutException, "Socket read timeout (>60ms)", socket.read(buf, 16, from));

@@ -7,6 +7,11 @@
 #include <tmain/platform/detail/RegistryKey.h>
 #include <vector>
 
+/// The transcript both must give.
+#define REGISTRY_TRANSCRIPT                                                                                  \
+    "2|0|0|0|0|0|0|0|0|4:4:9|0|11:8:2|0|1:5:116|0|3:4:0|2|0|Sub,/Count,big,f,s,|0|0|Deep,/|2|0|0|0|/"        \
+    "Count,big,f,|0|0|2|"
+
 inline std::string registryTranscript(const std::string& root) {
     using namespace tarso::platform::detail;
     std::string t;

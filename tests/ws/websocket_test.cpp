@@ -1,11 +1,8 @@
 #include "../support/TestSupport.h"
-#include <arpa/inet.h>
+#include "RawSocket.h"
 #include <condition_variable>
 #include <map>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <tmain/net/WebSocketServer.h>
-#include <unistd.h>
 
 using namespace net;
 using tmaintest::outputOf;
@@ -121,24 +118,13 @@ const std::string NODE = "NODE_PATH=" TMAIN_NODE_MODULES " node ";
 
 /// A plain TCP client for what real clients never send.
 struct Raw {
-    int fd;
-    explicit Raw(const Server& s) : fd(socket(AF_INET, SOCK_STREAM, 0)) {
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_port = htons((unsigned short)s.server->getPort());
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        timeval guard{30, 0}; // only a fault waits this long
-        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &guard, sizeof(guard));
-        EXPECT_EQ(0, connect(fd, (sockaddr*)&a, sizeof(a)));
-    }
-    ~Raw() { close(fd); }
-    void send(const std::string& b) {
-        EXPECT_EQ((ssize_t)b.size(), ::send(fd, b.data(), b.size(), MSG_NOSIGNAL));
-    }
+    RawSocket socket;
+    explicit Raw(const Server& s) : socket((unsigned)s.server->getPort()) { EXPECT_TRUE(socket.connected()); }
+    void send(const std::string& b) { EXPECT_TRUE(socket.send(b)); }
     std::string read(size_t n = 1 << 20) { // to the end by default
         std::string out(n, '\0');
         size_t got = 0;
-        for (ssize_t r; got < n && (r = ::recv(fd, &out[got], n - got, 0)) > 0;)
+        for (int r; got < n && (r = socket.recv(&out[got], (int)(n - got))) > 0;)
             got += (size_t)r;
         return out.substr(0, got);
     }
@@ -275,7 +261,7 @@ TEST(WebSocketServer, HostileFramesEndOnlyTheirConnection) {
         raw.open();
         raw.send(c.bytes);
         if (c.close.empty())
-            shutdown(raw.fd, SHUT_WR);
+            raw.socket.shutdownSend();
         EXPECT_EQ(c.close, raw.read()) << c.error;
         ASSERT_TRUE(s.recorder.waitFor("close", ++n));
         EXPECT_EQ(c.close.empty() ? "error WebSocket I/O error / "
@@ -286,7 +272,7 @@ TEST(WebSocketServer, HostileFramesEndOnlyTheirConnection) {
         Raw raw(s);
         raw.open();
         raw.send(tmaintest::randomBytes(4096, seed));
-        shutdown(raw.fd, SHUT_WR);
+        raw.socket.shutdownSend();
         raw.read();
     }
     ASSERT_TRUE(s.recorder.waitFor("close", n + 20));

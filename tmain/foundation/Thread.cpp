@@ -50,7 +50,7 @@ bool Thread::join(unsigned timeoutMs) {
         return true;
     if (nativeIsCurrent())
         return false;
-    if (mDone.wait(timeoutMs) != Event::WAIT_SIGNALED)
+    if (!nativeWaitEnd(timeoutMs))
         return false;
     std::lock_guard<std::mutex> g(mJoinMutex);
     if (!mJoined) {

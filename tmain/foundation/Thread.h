@@ -52,6 +52,9 @@ private:
     struct Native;
     void run();
     bool nativeStart();
+    /// Waits for the body to end, or for the OS thread to be gone without
+    /// ending it (killed while the process exits); true when either came in time.
+    bool nativeWaitEnd(unsigned timeoutMs);
     void nativeJoin();
     bool nativeIsCurrent() const;
     void nativeDetach();

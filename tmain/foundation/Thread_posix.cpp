@@ -38,6 +38,10 @@ void Thread::nativeFree() {
     mNative = nullptr;
 }
 
+bool Thread::nativeWaitEnd(unsigned timeoutMs) {
+    return mDone.wait(timeoutMs) == Event::WAIT_SIGNALED;
+}
+
 void Thread::nativeJoin() {
     pthread_join(mNative->handle, nullptr);
 }

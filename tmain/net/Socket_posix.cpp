@@ -29,6 +29,13 @@ int fd(Handle handle) {
     return handle == NO_HANDLE ? -1 : (int)handle;
 }
 
+/// A call on no socket at all fails as WinSock's does on INVALID_SOCKET:
+/// "not a socket" (10038), where a descriptor of -1 would say EBADF.
+int notSocket() {
+    errno = ENOTSOCK;
+    return -1;
+}
+
 bool isNonBlocking(int descriptor) {
     int flags = fcntl(descriptor, F_GETFL);
     return flags >= 0 && (flags & O_NONBLOCK) != 0;
@@ -48,6 +55,8 @@ long long monotonicMs() {
 }
 
 int setTimeoutOption(Handle handle, int option, unsigned milliseconds) {
+    if (handle == NO_HANDLE)
+        return notSocket();
     timeval tv;
     tv.tv_sec = (time_t)(milliseconds / 1000);
     tv.tv_usec = (suseconds_t)(milliseconds % 1000) * 1000;
@@ -267,10 +276,14 @@ Handle createSocket(int family, int type, int protocol) {
 }
 
 int closeSocket(Handle handle) {
+    if (handle == NO_HANDLE)
+        return notSocket();
     return close(fd(handle));
 }
 
 int setNonBlocking(Handle handle, bool on) {
+    if (handle == NO_HANDLE)
+        return notSocket();
     int flags = fcntl(fd(handle), F_GETFL);
     if (flags < 0)
         return -1;
@@ -287,17 +300,23 @@ int setSendTimeout(Handle handle, unsigned milliseconds) {
 }
 
 int setNoDelay(Handle handle, bool on) {
+    if (handle == NO_HANDLE)
+        return notSocket();
     int value = on ? 1 : 0;
     return setsockopt(fd(handle), IPPROTO_TCP, TCP_NODELAY, &value, sizeof(value));
 }
 
 int getNoDelay(Handle handle, int& value) {
+    if (handle == NO_HANDLE)
+        return notSocket();
     socklen_t length = sizeof(value);
     value = 0;
     return getsockopt(fd(handle), IPPROTO_TCP, TCP_NODELAY, &value, &length);
 }
 
 int pendingError(Handle handle, int& error) {
+    if (handle == NO_HANDLE)
+        return notSocket();
     int value = 0;
     socklen_t length = sizeof(value);
     if (getsockopt(fd(handle), SOL_SOCKET, SO_ERROR, &value, &length) != 0)
@@ -307,10 +326,14 @@ int pendingError(Handle handle, int& error) {
 }
 
 int connectSocket(Handle handle, const void* address, int length) {
+    if (handle == NO_HANDLE)
+        return notSocket();
     return connect(fd(handle), static_cast<const sockaddr*>(address), (socklen_t)length);
 }
 
 int bindSocket(Handle handle, const void* address, int length) {
+    if (handle == NO_HANDLE)
+        return notSocket();
     int type = 0;
     socklen_t typeLength = sizeof(type);
     if (getsockopt(fd(handle), SOL_SOCKET, SO_TYPE, &type, &typeLength) == 0 && type == SOCK_STREAM) {
@@ -321,10 +344,16 @@ int bindSocket(Handle handle, const void* address, int length) {
 }
 
 int listenSocket(Handle handle, int backlog) {
+    if (handle == NO_HANDLE)
+        return notSocket();
     return listen(fd(handle), backlog);
 }
 
 Handle acceptSocket(Handle handle, void* address, int* length) {
+    if (handle == NO_HANDLE) {
+        notSocket();
+        return NO_HANDLE;
+    }
     socklen_t size = length && *length > 0 ? (socklen_t)*length : 0;
     for (;;) {
         socklen_t got = size;
@@ -344,6 +373,8 @@ Handle acceptSocket(Handle handle, void* address, int* length) {
 }
 
 int sendBytes(Handle handle, const void* buffer, int length) {
+    if (handle == NO_HANDLE)
+        return notSocket();
     ssize_t n;
     do {
         n = send(fd(handle), buffer, (size_t)length, MSG_NOSIGNAL);
@@ -354,6 +385,8 @@ int sendBytes(Handle handle, const void* buffer, int length) {
 }
 
 int recvBytes(Handle handle, void* buffer, int length) {
+    if (handle == NO_HANDLE)
+        return notSocket();
     ssize_t n;
     do {
         n = recv(fd(handle), buffer, (size_t)length, 0);
@@ -364,6 +397,8 @@ int recvBytes(Handle handle, void* buffer, int length) {
 }
 
 int sendTo(Handle handle, const void* buffer, int length, const void* address, int addressLength) {
+    if (handle == NO_HANDLE)
+        return notSocket();
     ssize_t n;
     do {
         n = sendto(fd(handle), buffer, (size_t)length, MSG_NOSIGNAL, static_cast<const sockaddr*>(address),
@@ -375,6 +410,8 @@ int sendTo(Handle handle, const void* buffer, int length, const void* address, i
 }
 
 int recvFrom(Handle handle, void* buffer, int length, void* address, int* addressLength) {
+    if (handle == NO_HANDLE)
+        return notSocket();
     socklen_t size = addressLength && *addressLength > 0 ? (socklen_t)*addressLength : 0;
     socklen_t got;
     ssize_t n;
@@ -391,11 +428,15 @@ int recvFrom(Handle handle, void* buffer, int length, void* address, int* addres
 }
 
 int shutdownSocket(Handle handle, ShutdownHow how) {
+    if (handle == NO_HANDLE)
+        return notSocket();
     int mode = how == SHUTDOWN_RECEIVE ? SHUT_RD : how == SHUTDOWN_SEND ? SHUT_WR : SHUT_RDWR;
     return shutdown(fd(handle), mode);
 }
 
 int localAddress(Handle handle, void* address, int* length) {
+    if (handle == NO_HANDLE)
+        return notSocket();
     socklen_t size = (socklen_t)*length;
     if (getsockname(fd(handle), static_cast<sockaddr*>(address), &size) != 0)
         return -1;
@@ -412,10 +453,8 @@ int selectHandles(const Handle* handles, int count, bool* readable, bool* writab
     pollfd fds[64];
     short events = (short)((readable ? POLLIN : 0) | (writable ? POLLOUT : 0));
     for (int i = 0; i < count; ++i) {
-        if (handles[i] == NO_HANDLE) {
-            errno = EBADF;
-            return -1;
-        }
+        if (handles[i] == NO_HANDLE)
+            return notSocket();
         fds[i].fd = fd(handles[i]);
         fds[i].events = events;
         fds[i].revents = 0;

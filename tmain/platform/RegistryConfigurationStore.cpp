@@ -32,8 +32,9 @@ int dwordOf(const std::string& data) {
 
 RegistryConfigurationStore::RegistryConfigurationStore(RegistryRoot root, const char* name, bool create)
     : ConfigurationStore(name, create), mKeyPath("Software\\" + keyPath(name ? name : "")), mRoot(root),
-      // The values of HKEY_CURRENT_USER and HKEY_LOCAL_MACHINE.
-      mRootKey((void*)(uintptr_t)(root == RR_USER ? 0x80000001u : 0x80000002u)) {
+      // The values of HKEY_CURRENT_USER and HKEY_LOCAL_MACHINE: 32-bit constants
+      // sign-extended to a pointer, as the system headers define them.
+      mRootKey((void*)(intptr_t)(int32_t)(root == RR_USER ? 0x80000001u : 0x80000002u)) {
     RegistryKey key;
     long err = key.open(mRoot, mKeyPath, create, false);
     if (err != RK_OK)

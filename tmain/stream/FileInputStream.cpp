@@ -33,8 +33,13 @@ void FileInputStream::open(EOpenMode mode) {
         mBuffer.reset(new char[mBufferSize]);
     mStream->rdbuf()->pubsetbuf(mBuffer.get(), mBufferSize);
 
-    // Always for reading, never for writing, whatever else was asked.
-    std::ios_base::openmode om = (stdOpenMode(mode) & ~std::ios_base::out) | std::ios_base::in;
+    // Always for reading, never for writing, whatever else was asked. The
+    // file itself is always read as bytes: text mode is this stream's own
+    // filter (processText), so positions count the file's bytes and a
+    // Ctrl-Z is data on every system, where a C runtime's text mode would
+    // translate line ends and stop at it.
+    std::ios_base::openmode om =
+        (stdOpenMode(mode) & ~std::ios_base::out) | std::ios_base::in | std::ios_base::binary;
     // A directory opens fine on POSIX but is no file to read (nor does it open
     // on Windows).
     std::error_code ec;

@@ -101,14 +101,20 @@ void HTTPFileSystem::beforeShutdown() {
 
 void HTTPFileSystem::setLookupTimeout(unsigned ms) {
     mLookupTimeout = ms;
-    if (mConnection && !mConnection->setConnectTimeout(ms))
-        log().warn("Unable to set HTTP connection timeout (%d). Using default (%dms)", 0, 0);
+    int error = 0;
+    unsigned kept = 0;
+    if (mConnection && !mConnection->setTimeout(detail::TIMEOUT_CONNECT, ms, error, kept))
+        log().warn("Unable to set HTTP connection timeout (%d). Using default (%dms)", error, (int)kept);
 }
 
 void HTTPFileSystem::setReadTimeout(unsigned ms) {
     mReadTimeout = ms;
-    if (mConnection && !mConnection->setReadTimeout(ms))
-        log().warn("Unable to set HTTP receive timeout (%d). Using default (%dms)", 0, 0);
+    int error = 0;
+    unsigned kept = 0;
+    if (mConnection && !mConnection->setTimeout(detail::TIMEOUT_RECEIVE, ms, error, kept))
+        log().warn("Unable to set HTTP receive timeout (%d). Using default (%dms)", error, (int)kept);
+    if (mConnection && !mConnection->setTimeout(detail::TIMEOUT_SEND, ms, error, kept))
+        log().warn("Unable to set HTTP send timeout (%d). Using default (%dms)", error, (int)kept);
 }
 
 void HTTPFileSystem::setUseSystemProxies(bool use) {

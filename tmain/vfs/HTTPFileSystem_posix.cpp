@@ -442,12 +442,12 @@ public:
     HTTPRequest* openRequest(const char* method, const char* path, std::string&) override {
         return new CurlRequest(mPool, method, path);
     }
-    bool setConnectTimeout(unsigned ms) override {
-        mPool->connectTimeout = ms;
-        return true;
-    }
-    bool setReadTimeout(unsigned ms) override {
-        mPool->readTimeout = ms;
+    bool setTimeout(TimeoutKind kind, unsigned ms, int&, unsigned&) override {
+        if (kind == TIMEOUT_CONNECT)
+            mPool->connectTimeout = ms;
+        else if (kind == TIMEOUT_RECEIVE)
+            mPool->readTimeout = ms;
+        // Sends wait as reads do: libcurl has one limit for a stalled transfer.
         return true;
     }
     bool setUseSystemProxies(bool use) override {

@@ -11,7 +11,7 @@ namespace detail {
 
 /// Local broken-down time of t (seconds since 1970). The time-zone settings
 /// are read again on every call, so a changed TZ or a DST switch counts at
-/// once. POSIX: tzset and localtime_r. Win32: _tzset and localtime_s.
+/// once. POSIX: tzset and localtime_r. Win32: _tzset and _localtime64_s.
 bool localTime(__int64 t, struct tm& out);
 
 } // namespace detail

@@ -5,7 +5,8 @@
 /// 32-bit values the classes store (a WinSock SOCKET, a POSIX descriptor);
 /// NO_HANDLE is the invalid one. Errors are WinSock codes (the Socket::SOCK_*
 /// values) on both systems: every function that fails leaves its code where
-/// lastError() finds it, except resolve(), which returns it.
+/// lastError() finds it, except resolve(), which returns it. A call on
+/// NO_HANDLE fails with 10038 (SOCK_ENOTSOCK), as WinSock's on INVALID_SOCKET.
 
 #include <string>
 #include <tmain/Export.h>

@@ -3,7 +3,8 @@
 /// WebSocket connection threads wait on their socket and this signal at once,
 /// so a message posted from any thread, or a stop request, ends the wait at
 /// once. WakeUpSignal_posix.cpp implements it with an eventfd and an epoll set
-/// that keeps the socket of the previous wait registered.
+/// that keeps the socket of the previous wait registered; WakeUpSignal_win32.cpp
+/// with a loopback UDP socket that select() watches next to the socket.
 
 #include <tmain/net/detail/SocketNative.h>
 
@@ -34,10 +35,10 @@ public:
     int wait(Handle socket, bool forWrite, int timeoutMs);
 
 private:
-    int mHandle;
-    int mPoll;
-    int mWatched;
-    unsigned mWatchedEvents;
+    int mHandle;             // the eventfd; Win32: the loopback socket
+    int mPoll;               // the epoll set; Win32: unused
+    int mWatched;            // the socket in the epoll set; Win32: unused
+    unsigned mWatchedEvents; // its events; Win32: unused
 };
 
 } // namespace detail

@@ -34,10 +34,10 @@ long deleteTree(HKEY parent, const char* name) {
 long RegistryKey::open(int root, const std::string& path, bool create, bool write) {
     close();
     HKEY base = root == 0 ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE;
-    REGSAM access = KEY_READ | (create || write ? KEY_WRITE : 0);
     HKEY key = NULL;
-    long err = create ? RegCreateKeyExA(base, path.c_str(), 0, NULL, 0, access, NULL, &key, NULL)
-                      : RegOpenKeyExA(base, path.c_str(), 0, access, &key);
+    // RegCreateKeyA opens an existing key as well, with read and write access.
+    long err = create ? RegCreateKeyA(base, path.c_str(), &key)
+                      : RegOpenKeyExA(base, path.c_str(), 0, KEY_READ | (write ? KEY_WRITE : 0), &key);
     if (err == ERROR_SUCCESS)
         mHandle = key;
     return err;

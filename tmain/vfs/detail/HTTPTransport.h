@@ -21,6 +21,12 @@ enum TransportResult {
     TR_ERROR            ///< anything else; see HTTPRequest::getError()
 };
 
+enum TimeoutKind {
+    TIMEOUT_CONNECT, ///< connecting (0 = the transport's default)
+    TIMEOUT_RECEIVE, ///< each wait for data (0 = none)
+    TIMEOUT_SEND     ///< each wait to send (0 = none)
+};
+
 /// Polled by a transport call while it waits on the network.
 class AbortSignal {
 public:
@@ -81,8 +87,9 @@ public:
     virtual ~HTTPConnection() {}
     /// A new request for a path on the server (with its query); null on failure.
     virtual HTTPRequest* openRequest(const char* method, const char* path, std::string& error) = 0;
-    virtual bool setConnectTimeout(unsigned ms) = 0;
-    virtual bool setReadTimeout(unsigned ms) = 0;
+    /// Sets one of the timeouts (ms) of the requests opened from now on. On
+    /// failure `error` is the platform's code and `kept` the value in effect.
+    virtual bool setTimeout(TimeoutKind kind, unsigned ms, int& error, unsigned& kept) = 0;
     virtual bool setUseSystemProxies(bool use) = 0;
     virtual bool setMaxConnections(unsigned n) = 0;
     /// Wakes every request waiting on the network so that it checks its abort signal.

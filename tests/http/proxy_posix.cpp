@@ -1,5 +1,5 @@
-// Proxy resolution from the environment and callbacks; NTLM proxy
-// authentication against the NTLM peer (tests/support/peers/ntlm_proxy.cc).
+// Proxy resolution from the environment (POSIX settings) and callbacks; NTLM
+// proxy authentication through GSSAPI against the NTLM peer (tests/support/peers/ntlm_proxy.cc).
 #include "../support/TestSupport.h"
 #include "../support/peers/NTLMProxyPeer.h"
 

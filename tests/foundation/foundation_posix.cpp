@@ -1,0 +1,5 @@
+#include <cstdlib>
+
+void setEnv(const char* name, const char* value) {
+    value ? setenv(name, value, 1) : unsetenv(name);
+}
