@@ -188,7 +188,7 @@ TEST_F(ToolTest, InterruptedGetResumesWithWhatIsMissing) {
         // Wait (polling the cache, with a deadline) until the map on disk holds bytes.
         std::smatch m;
         std::string status;
-        const std::regex partial(R"(partial +\d+ \S+ (\d+)/(\d+) bytes)");
+        const std::regex partial(R"(partial +\d+ \S+ ([1-9]\d*)/(\d+) bytes)");
         for (int i = 0; i < 1000 && !std::regex_search(status, m, partial); ++i) {
             ASSERT_EQ(0, waitpid(pid, nullptr, WNOHANG)) << readFile(dir.file("get.err")) << status;
             usleep(10000);
@@ -208,7 +208,6 @@ TEST_F(ToolTest, InterruptedGetResumesWithWhatIsMissing) {
             std::regex_search(status = outputOf(q(TMAIN_TOOL) + " cache status " + q(cache)), m, partial))
             << status;
         const unsigned long long cached = std::stoull(m[1]);
-        EXPECT_GT(cached, 0u);
         EXPECT_LT(cached, data.size());
         sentFor(nginx, uri, 0, &lines);
         Result again = tmain("get -q " + nginx.url(uri) + " -o " + q(out) + " --cache " + q(cache), dir);
