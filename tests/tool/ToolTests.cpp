@@ -158,7 +158,7 @@ TEST_F(ToolTest, GetThroughTheCache) {
         << status.out << status.err;
     Result missing = tmain("get " + nginx.url("/d/none.bin") + cache, dir);
     EXPECT_EQ(1, missing.status);
-    EXPECT_EQ(0u, missing.err.find("tmain: " + nginx.url("/d/none.bin") + ": ")) << missing.err;
+    EXPECT_EQ("tmain: " + nginx.url("/d/none.bin") + ": Server error (HTTP 404)\n", missing.err);
     EXPECT_FALSE(run("test -e none.bin") == 0);
     EXPECT_EQ("invalidated 1 paths\n",
               tmain("cache invalidate '*/data.bin' " + q(dir.file("cache")), dir).out);

@@ -6,6 +6,7 @@
 #include <tmain/platform/Application.h>
 #include <tmain/stream/FileInputStream.h>
 #include <tmain/vfs/FileNotFoundException.h>
+#include <tmain/vfs/HTTPException.h>
 #include <tmain/vfs/URLComponents.h>
 
 using namespace tarso;
@@ -30,6 +31,11 @@ int guarded(const std::string& subject, const std::function<int()>& body) {
     } catch (const vfs::FileNotFoundException& e) {
         // Its message is only the path.
         printError(subject, std::string("not found: ") + e.getMessage());
+    } catch (const vfs::HTTPException& e) {
+        // The status is not part of the message ("Server error").
+        printError(subject,
+                   std::string(e.getMessage()) +
+                       (e.getStatusCode() > 0 ? " (HTTP " + std::to_string(e.getStatusCode()) + ")" : ""));
     } catch (const ::core::Exception& e) {
         printError(subject, e.getMessage());
     } catch (const std::bad_alloc&) {
@@ -195,10 +201,11 @@ void Progress::draw() {
              humanSize(mFetched).c_str());
     unsigned width = terminalWidth();
     std::string label = mLabel;
-    // Bar width: whatever the label and the figures leave, within 10..40.
+    // The bar takes what the label and the figures leave (10 to 40 columns);
+    // a long label gives way first.
     int room = (int)width - (int)strlen(stats) - 4;
-    if ((int)label.size() > room / 3 && room > 12)
-        label = "..." + label.substr(label.size() - (size_t)(room / 3 - 3));
+    if ((int)label.size() + 10 > room && room > 16)
+        label = "..." + label.substr(label.size() - (size_t)(room - 13));
     int barWidth = room - (int)label.size();
     barWidth = barWidth < 10 ? 10 : barWidth > 40 ? 40 : barWidth;
     int filled = mTotal ? (int)(mDone * (unsigned long long)barWidth / mTotal) : 0;
