@@ -8,6 +8,9 @@
 #include <regex>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <tmain/core/Serializer.h>
+#include <tmain/stream/ByteOutputStream.h>
+#include <tmain/vfs/CacheMap.h>
 #include <unistd.h>
 
 using namespace tmaintest;
@@ -79,6 +82,19 @@ TEST_F(ToolTest, UsageAndLocalCommands) {
                      " && touch -d '2024-01-02 03:04:05Z' data/blob.bin readme.txt data"
                      " && zip -q -r ../pack.zip data readme.txt"));
     const std::string zip = dir.file("pack.zip");
+    { // An object file: a map written twice (content, then a reference), big-endian.
+        core::SmartPtr<tarso::vfs::CacheMap> map(new tarso::vfs::CacheMap);
+        map->addEntry(0, 100);
+        tarso::core::Serializer serializer(nullptr);
+        serializer.setVersion(tarso::core::Serializer::VERSION_1_0_0_2);
+        serializer.addObject(map.get());
+        serializer.addObject(map.get());
+        tarso::stream::ByteOutputStream out;
+        out.setEndianness(tarso::platform::ENDIAN_BIG);
+        out.open(tarso::stream::Stream::OM_WRITE | tarso::stream::Stream::OM_BINARY);
+        serializer.write(&out, true);
+        put(dir.file("map.obj"), std::string((const char*)out.getBytes(), out.getSize()));
+    }
     struct Case {
         std::string args;
         int status;
@@ -100,6 +116,12 @@ TEST_F(ToolTest, UsageAndLocalCommands) {
          "tmain: " + dir.file("bad.json") + ": Unable to parse JSON input:"},
         {"pp " + q(dir.file("src.txt")) + " -DLEVEL=3", 0, "high 3\n", ""},
         {"pp " + q(dir.file("src.txt")), 0, "low\n", ""},
+        {"objdump " + q(dir.file("map.obj")), 0,
+         "TFBE version 1.0.0.2, 2 root objects, 2 records, content 96 bytes\n"
+         "@0 OCNT #0 tarso::vfs::CacheMap suid 2 length 68, serial version 2\n@84 OREF -> #0\n",
+         ""},
+        {"objdump " + q(dir.file("good.json")), 1, "",
+         "tmain: " + dir.file("good.json") + ": not an object stream (signature is not TFLE or TFBE)"},
         {"ls " + q(zip), 0, "data/\nreadme.txt\n", ""},
         {"ls -l -r " + q(zip), 0,
          "d            - 2024-01-02 03:04:05  data/\n- " + std::string("       70000") +

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <ctime>
 #include <tmain/foundation/Exception.h>
+#include <tmain/json/JSObject.h>
 #include <tmain/platform/Application.h>
 #include <tmain/stream/FileInputStream.h>
 #include <tmain/vfs/FileNotFoundException.h>
@@ -218,6 +219,39 @@ void Progress::draw() {
     fprintf(stderr, "\r%s\x1b[K", line.c_str());
     fflush(stderr);
     mDrawn = true;
+}
+
+void prettyJson(json::JSObject* v, unsigned depth, std::string& out) {
+    const std::string pad(2 * (depth + 1), ' ');
+    const json::JSObject::Type type = v->getType();
+    if (type != json::JSObject::T_OBJECT && type != json::JSObject::T_ARRAY) {
+        v->dump(out); // scalars: the model's own text, escapes included
+        return;
+    }
+    const bool object = type == json::JSObject::T_OBJECT;
+    if (v->getLength() == 0) {
+        out += object ? "{}" : "[]";
+        return;
+    }
+    out += object ? "{\n" : "[\n";
+    if (object) {
+        bool first = true;
+        for (json::JSObject::JSIterator it = v->begin(); !it.isEnd(); ++it) {
+            out += first ? "" : ",\n";
+            first = false;
+            out += pad;
+            ::core::SmartPtr<json::JSObject> key(new json::JSObject(it.getKey()));
+            key->dump(out);
+            out += ": ";
+            prettyJson(it.getValue(), depth + 1, out);
+        }
+    } else {
+        for (unsigned i = 0; i < v->getLength(); ++i) {
+            out += i ? ",\n" + pad : pad;
+            prettyJson(v->get(i), depth + 1, out);
+        }
+    }
+    out += "\n" + std::string(2 * depth, ' ') + (object ? "}" : "]");
 }
 
 std::string readInput(const std::string& path) {

@@ -14,6 +14,12 @@
 #include <tmain/vfs/File.h>
 #include <tmain/vfs/FileSystem.h>
 
+namespace tarso {
+namespace json {
+class JSObject;
+}
+} // namespace tarso
+
 namespace tmaintool {
 
 constexpr int EXIT_OK = 0;
@@ -111,6 +117,8 @@ void utcTime(time_t t, struct tm& out);
 /// Standard input and output in binary mode (no newline translation).
 void setBinaryStdio();
 
+/// Appends the value as indented JSON (two spaces a level), keys in their order.
+void prettyJson(tarso::json::JSObject* value, unsigned depth, std::string& out);
 /// The whole contents of a local file, or of standard input for "-".
 std::string readInput(const std::string& path);
 /// Writes all bytes to standard output; throws Failure on a write error.

@@ -23,6 +23,7 @@ int main(int argc, char** argv) {
     addLs(app, status);
     addCat(app, status);
     addCache(app, status);
+    addObjdump(app, status);
     addJson(app, status);
     addPp(app, status);
     addEval(app, status);
