@@ -186,6 +186,8 @@ TEST_F(ToolTest, GetThroughTheCache) {
               tmain("cache invalidate '*/data.bin' " + q(dir.file("cache")), dir).out);
     Result after = tmain("cache status " + q(dir.file("cache")), dir);
     EXPECT_EQ(0u, after.out.find("total: 0 complete")) << after.out << after.err;
+    EXPECT_EQ("removed 0 bytes of unfinished files\n", tmain("cache clean " + q(dir.file("cache")), dir).out);
+    EXPECT_EQ(0u, tmain("cache clear " + q(dir.file("cache")), dir).out.find("removed "));
 }
 
 TEST_F(ToolTest, InterruptedGetResumesWithWhatIsMissing) {
@@ -258,4 +260,30 @@ TEST_F(ToolTest, ProgressBarInATerminal) {
         std::regex(R"(bar\.bin \[#{10,}\] 100% 6\.0 MiB/6\.0 MiB .* left, cached 0 B, fetched 6\.0 MiB)")))
         << pane;
     EXPECT_NE(std::string::npos, pane.find("status=0")) << pane;
+}
+
+TEST_F(ToolTest, WsEchoAnswersAWebSocketClientAndStopsOnCtrlC) {
+    TMAIN_REQUIRE_TOOL("/usr/bin/python3");
+    const std::string command = "exec " + q(TMAIN_TOOL) + " ws-echo >" + q(dir.file("ws.out"));
+    const char* argv[] = {"sh", "-c", command.c_str(), nullptr};
+    pid_t pid;
+    ASSERT_EQ(0, posix_spawn(&pid, "/bin/sh", nullptr, nullptr, (char**)argv, environ));
+    std::string url; // the first line of standard output, once the server listens
+    for (int i = 0; i < 1000 && url.find('\n') == std::string::npos; ++i, usleep(5000))
+        url = readFile(dir.file("ws.out"));
+    ASSERT_EQ(0u, url.find("ws://127.0.0.1:")) << url;
+    url.erase(url.find('\n'));
+    const std::string client =
+        "import asyncio, websockets, sys\n"
+        "async def main():\n"
+        "    async with websockets.connect(sys.argv[1]) as w:\n"
+        "        await w.send('hello tmain'); print(await w.recv())\n"
+        "        await w.send(bytes(range(200))); print(await w.recv() == bytes(range(200)))\n"
+        "asyncio.run(main())\n";
+    put(dir.file("client.py"), client);
+    EXPECT_EQ("hello tmain\nTrue\n", outputOf("/usr/bin/python3 " + q(dir.file("client.py")) + " " + url));
+    kill(pid, SIGINT);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 }
