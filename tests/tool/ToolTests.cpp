@@ -140,8 +140,9 @@ TEST_F(ToolTest, UsageAndLocalCommands) {
     for (const Case& c : cases) {
         Result r = tmain(c.args, dir);
         EXPECT_EQ(c.status, r.status) << c.args << "\n" << r.err;
-        if (c.status == 0 || !c.out.empty())
+        if (c.status == 0 || !c.out.empty()) {
             EXPECT_TRUE(r.out == c.out) << c.args << "\n" << r.out.substr(0, 400);
+        }
         if (c.err.empty()) {
             EXPECT_EQ("", r.err) << c.args;
         } else {
