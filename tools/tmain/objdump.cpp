@@ -155,8 +155,8 @@ int runObjdump(const ObjdumpOptions& o) {
     const std::string signature = file.substr(0, 4);
     if (signature != "TFLE" && signature != "TFBE")
         throw Failure{o.file, "not an object stream (signature is not TFLE or TFBE)"};
-    tarso::core::Serializer::Version version{(unsigned char)file[4], (unsigned char)file[5], (unsigned char)file[6],
-                                      (unsigned char)file[7]};
+    tarso::core::Serializer::Version version{(unsigned char)file[4], (unsigned char)file[5],
+                                             (unsigned char)file[6], (unsigned char)file[7]};
     Reader header(file, signature == "TFBE", false);
     const unsigned roots = header.u32(8), total = header.u32(12), contentSize = header.u32(16);
     const bool compressed = file[20] == 1;
@@ -170,14 +170,16 @@ int runObjdump(const ObjdumpOptions& o) {
                                                                   false),
                                       true, 16384, 65536, true);
         in.open(stream::Stream::OM_READ | stream::Stream::OM_BINARY);
-        content.resize(std::min<size_t>(contentSize, 1u << 30));
-        size_t have = 0;
-        while (have < content.size())
-            if (unsigned n = in.read(&content[have], 1, (unsigned)(content.size() - have)))
-                have += n;
-            else
+        // Grown as the bytes come: a hostile size field allocates nothing.
+        char buffer[65536];
+        while (content.size() < contentSize) {
+            unsigned n =
+                in.read(buffer, 1, (unsigned)std::min<size_t>(sizeof(buffer), contentSize - content.size()));
+            if (n == 0)
                 break;
-        content.resize(have);
+            content.append(buffer, n);
+        }
+        const size_t have = content.size();
         if (in.hasError())
             throw Failure{o.file,
                           "the compressed content is corrupt after " + std::to_string(have) + " bytes"};

@@ -21,8 +21,6 @@ public:
 };
 
 int runWsEcho(const WsOptions& o) {
-    if (o.port < 0 || o.port > 65535)
-        throw Failure{std::to_string(o.port), "not a port number"};
     Echo echo;
     core::SmartPtr<net::WebSocketServer> server(new net::WebSocketServer("127.0.0.1", o.port, 16));
     server->addListener("echo", &echo);
@@ -45,7 +43,8 @@ int runWsEcho(const WsOptions& o) {
 void addWsEcho(CLI::App& app, int& status) {
     auto o = std::make_shared<WsOptions>();
     CLI::App* cmd = app.add_subcommand("ws-echo", "Run a WebSocket echo server on 127.0.0.1 until Ctrl-C");
-    cmd->add_option("-p,--port", o->port, "Port (default: one the system picks, printed on standard output)");
+    cmd->add_option("-p,--port", o->port, "Port (default: one the system picks, printed on standard output)")
+        ->check(CLI::Range(0, 65535));
     cmd->callback([o, &status] {
         installInterruptHandler();
         status = guarded("ws-echo", [o] { return runWsEcho(*o); });
