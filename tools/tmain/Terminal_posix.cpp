@@ -33,6 +33,7 @@ unsigned terminalWidth() {
 void installInterruptHandler() {
     struct sigaction sa {};
     sa.sa_handler = onSignal;
+    sa.sa_flags = SA_RESTART; // reads under way finish; the loop around them looks at the flag
     sigemptyset(&sa.sa_mask);
     sigaction(SIGINT, &sa, nullptr);
     sigaction(SIGTERM, &sa, nullptr);
