@@ -16,7 +16,9 @@ configure: deps
 build: configure
 	@cmake --build $(BUILD) -j $(JOBS)
 
-demo: build
+# The main job: nginx on loopback, `tmain get` twice through one cache, ls, cache status.
+demo: configure
+	@cmake --build $(BUILD) -j $(JOBS) --target tmain_tool tmain_demo
 	@./$(BUILD)/tmain_demo
 
 test: build

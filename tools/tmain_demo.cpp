@@ -1,28 +1,34 @@
-// tmain demo: serves a directory of generated asset files with a local nginx,
-// mirrors it through a CacheFileSystem over an HTTPFileSystem, reads some
-// files partly and some wholly, and prints what the cache holds and what the
-// server sent (from its access log).
+// tmain demo: the tool's main job end to end. Serves a directory of generated
+// assets (some plain files, one .zip) with a local nginx, runs `tmain get`
+// for several of them twice through one cache folder, lists the inside of the
+// fetched zip with `tmain ls`, shows `tmain cache status`, and prints the
+// bytes the server sent on each pass: the second pass is served from the
+// cache. The server stops when the demo ends, also on failure.
 //
-//   tmain_demo [work-directory] [--keep]
+//   tmain_demo [work-directory] [--keep]     (the `tmain` program is looked
+//                                             for next to this one)
 #include "LocalNginx.h"
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string>
-#include <tmain/tmain.h>
+#include <tmain/platform/FileOperations.h>
 #include <unistd.h>
 #include <vector>
 
-using namespace tarso;
-using platform::FileOperations;
+using tarso::platform::FileOperations;
 
 namespace {
 
 struct Asset {
     const char* path;
     unsigned size;
-    double readFraction; // 1.0: read wholly
+};
+
+const Asset ASSETS[] = {
+    {"textures/stone.dds", 1u << 20}, {"textures/grass.dds", 3u << 20}, {"models/tower.mesh", 700000},
+    {"sounds/wind.ogg", 400000},      {"scripts/boot.lua", 3000},
 };
 
 std::string content(const Asset& a) {
@@ -37,53 +43,37 @@ std::string content(const Asset& a) {
     return s;
 }
 
-void writeFile(const std::string& path, const std::string& data) {
+bool writeFile(const std::string& path, const std::string& data) {
     FileOperations::ensurePath(path.c_str());
     FILE* f = fopen(path.c_str(), "wb");
-    if (!f || fwrite(data.data(), 1, data.size(), f) != data.size()) {
-        fprintf(stderr, "cannot write %s\n", path.c_str());
-        exit(1);
-    }
-    fclose(f);
+    bool ok = f && fwrite(data.data(), 1, data.size(), f) == data.size();
+    if (f)
+        ok = fclose(f) == 0 && ok;
+    return ok;
 }
 
-void listCache(const std::string& root, const std::string& dir, unsigned& partial, unsigned& complete) {
-    struct Ctx {
-        std::vector<std::string> names;
-    } ctx;
-    FileOperations::iterateContents(dir.c_str(), "*", &ctx,
-                                    [](const char* n, void* u) { static_cast<Ctx*>(u)->names.push_back(n); });
-    for (const std::string& abs : ctx.names) {
-        std::string rel = abs.substr(root.size() + 1);
-        if (FileOperations::isDirectory(abs.c_str())) {
-            if (strcmp(FileOperations::getFile(abs.c_str()), ".cdata") != 0)
-                listCache(root, abs, partial, complete);
-            continue;
-        }
-        if (vfs::FileSystem::checkExtension(rel.c_str(), ".tcmap", true))
-            continue;
-        if (vfs::FileSystem::checkExtension(rel.c_str(), ".tcache", true)) {
-            ++partial;
-            std::string map = vfs::CacheFileSystem::mapPath(abs);
-            printf("  partial   %-28s %9lld bytes, cached ranges:", rel.c_str(),
-                   (long long)FileOperations::getSize(abs.c_str()));
-            if (FileOperations::exists(map.c_str())) {
-                stream::FileInputStream in(map.c_str());
-                in.open(stream::Stream::OM_READ | stream::Stream::OM_BINARY);
-                tarso::core::Serializer s(nullptr);
-                vfs::CacheMap m;
-                m.deserialize(&in, &s);
-                for (const vfs::CacheMapEntry& e : m.getEntries())
-                    printf(" [%u-%u]", e.mStart, e.getEnd());
-                printf(" (%u bytes)", m.getCachedSize());
-            }
-            printf("\n");
-        } else {
-            ++complete;
-            printf("  complete  %-28s %9lld bytes\n", rel.c_str(),
-                   (long long)FileOperations::getSize(abs.c_str()));
-        }
+std::string quote(const std::string& s) {
+    return "'" + s + "'";
+}
+
+/// Shows and runs a command; false when it failed.
+bool step(const std::string& shown, const std::string& command) {
+    printf("$ %s\n", shown.c_str());
+    fflush(stdout);
+    int status = system(command.c_str());
+    if (status != 0) {
+        printf("  FAILED (status %d)\n", WIFEXITED(status) ? WEXITSTATUS(status) : -1);
+        return false;
     }
+    return true;
+}
+
+std::string toolPath(const char* argv0) {
+    char self[PATH_MAX];
+    ssize_t n = readlink("/proc/self/exe", self, sizeof(self) - 1);
+    std::string dir = n > 0 ? std::string(self, (size_t)n) : std::string(argv0);
+    dir = dir.substr(0, dir.rfind('/') + 1);
+    return dir + "tmain";
 }
 
 } // namespace
@@ -97,6 +87,11 @@ int main(int argc, char** argv) {
         else
             work = argv[i];
     }
+    const std::string tool = toolPath(argv[0]);
+    if (access(tool.c_str(), X_OK) != 0) {
+        fprintf(stderr, "tmain_demo: the tmain program is missing: %s\n", tool.c_str());
+        return 1;
+    }
     if (work.empty()) {
         char tmpl[] = "/tmp/tmain-demo-XXXXXX";
         if (!mkdtemp(tmpl)) {
@@ -105,74 +100,57 @@ int main(int argc, char** argv) {
         }
         work = tmpl;
     }
-    const std::string sourceRoot = work + "/assets", cacheRoot = work + "/cache";
-    const Asset assets[] = {
-        {"textures/stone.dds", 1u << 20, 1.0},   {"textures/grass.dds", 3u << 20, 0.25},
-        {"models/tower.mesh", 700000, 1.0},      {"models/bridge.mesh", 2500000, 0.1},
-        {"sounds/wind.ogg", 400000, 0.5},        {"scripts/boot.lua", 3000, 1.0},
-        {"maps/island.terrain", 5u << 20, 0.02},
-    };
+    const std::string www = work + "/www", cache = work + "/cache", out = work + "/downloads";
     unsigned long long total = 0;
-    for (const Asset& a : assets) {
-        writeFile(sourceRoot + "/" + a.path, content(a));
-        FileOperations::setLastModTime((sourceRoot + "/" + a.path).c_str(), 1700000000);
+    for (const Asset& a : ASSETS) {
+        if (!writeFile(www + "/" + a.path, content(a))) {
+            fprintf(stderr, "tmain_demo: cannot write %s/%s\n", www.c_str(), a.path);
+            return 1;
+        }
         total += a.size;
     }
-    printf("tmain demo: %u asset files (%llu bytes) in %s\n", (unsigned)(sizeof(assets) / sizeof(assets[0])),
-           total, sourceRoot.c_str());
-
-    LocalNginx nginx(sourceRoot);
-    printf("served by nginx at %s\n", nginx.url("/").c_str());
-    ::core::SmartPtr<vfs::FileSystem> source(new vfs::HTTPFileSystem(nginx.url("/").c_str(), 4000, 4000));
-    ::core::SmartPtr<vfs::CacheFileSystem> cache(new vfs::CacheFileSystem(
-        cacheRoot.c_str(), source.get(), vfs::CacheFileSystem::CachePolicy::DEFAULT, 65536, 4));
-
-    bool allGood = true;
-    for (int pass = 1; pass <= 2; ++pass) {
-        unsigned long long before = nginx.bytesSent();
-        unsigned long long delivered = 0;
-        for (const Asset& a : assets) {
-            ::core::SmartPtr<vfs::File> f(cache->lookup(a.path));
-            std::unique_ptr<stream::InputStream> in(f->getInputStream());
-            in->open(stream::Stream::OM_READ | stream::Stream::OM_BINARY);
-            // Partial reads take a slice from the middle, as a streaming reader would.
-            unsigned want = (unsigned)(a.size * a.readFraction);
-            unsigned offset = a.readFraction < 1.0 ? (a.size - want) / 2 : 0;
-            in->seek((int)offset, stream::Stream::SM_BEGIN);
-            std::string got(want, '\0');
-            unsigned n = 0;
-            while (n < want) {
-                unsigned k = in->read(&got[n], 1, want - n);
-                if (!k)
-                    break;
-                n += k;
-            }
-            delivered += n;
-            if (n != want || got != content(a).substr(offset, want)) {
-                printf("  MISMATCH in %s\n", a.path);
-                allGood = false;
-            }
-        }
-        printf("\npass %d: %llu bytes read by the application, %llu bytes sent by the server\n", pass,
-               delivered, nginx.bytesSent() - before);
+    // The zip holds the textures and scripts, made by the zip tool itself.
+    if (system(("cd " + quote(www) + " && zip -q -r pack.zip textures scripts").c_str()) != 0) {
+        fprintf(stderr, "tmain_demo: zip failed (is it installed?)\n");
+        return 1;
     }
+    FileOperations::ensurePath((out + "/").c_str());
+    printf("tmain demo: %zu assets (%llu bytes) and pack.zip in %s\n", sizeof(ASSETS) / sizeof(ASSETS[0]),
+           total, www.c_str());
 
-    printf("\ncache at %s:\n", cacheRoot.c_str());
-    unsigned partial = 0, complete = 0;
-    listCache(cacheRoot, cacheRoot, partial, complete);
-    const unsigned long long sent = nginx.bytesSent();
-    printf("\n%u complete, %u partial; cache size %llu bytes; %llu bytes sent by the server in all "
-           "(%.1f%% of the assets)\n",
-           complete, partial, cache->getCacheSize(), sent, 100.0 * sent / total);
-    printf(
-        "(a partial read cut short still counts what the server had already pushed into the connection)\n");
-    printf("every byte handed out matched the source: %s\n", allGood ? "yes" : "NO");
-
-    cache = nullptr;
-    source = nullptr;
+    bool ok = true;
+    {
+        LocalNginx nginx(www);
+        printf("served by nginx at %s\n\n", nginx.url("/").c_str());
+        const char* fetched[] = {"textures/stone.dds", "models/tower.mesh", "sounds/wind.ogg", "pack.zip"};
+        unsigned long long before = nginx.bytesSent();
+        for (int pass = 1; pass <= 2 && ok; ++pass) {
+            printf("-- pass %d\n", pass);
+            for (const char* path : fetched) {
+                std::string name = FileOperations::getFile(path);
+                std::string args = "get " + nginx.url("/") + path + " -o " + quote(out + "/" + name) +
+                                   " --cache " + quote(cache);
+                ok = ok && step("tmain " + args, quote(tool) + " " + args);
+            }
+            unsigned long long sent = nginx.bytesSent();
+            printf("pass %d: the server sent %llu bytes\n\n", pass, sent - before);
+            before = sent;
+        }
+        ok = ok &&
+             step("tmain ls -l -r downloads/pack.zip", quote(tool) + " ls -l -r " + quote(out + "/pack.zip"));
+        ok = ok && step("tmain cat downloads/pack.zip!scripts/boot.lua | cmp - www/scripts/boot.lua",
+                        quote(tool) + " cat " + quote(out + "/pack.zip!scripts/boot.lua") + " | cmp - " +
+                            quote(www + "/scripts/boot.lua"));
+        ok = ok && step("tmain cache status", quote(tool) + " cache status " + quote(cache));
+        for (const char* path : fetched)
+            ok = ok && system(("cmp -s " + quote(www + "/" + path) + " " +
+                               quote(out + "/" + FileOperations::getFile(path)))
+                                  .c_str()) == 0;
+        printf("\nevery fetched file matches the server's: %s\n", ok ? "yes" : "NO");
+    } // the server stops here, whatever happened above
     if (!keep)
         FileOperations::remove(work.c_str(), FileOperations::REMOVE_RECURSIVE);
     else
         printf("kept %s\n", work.c_str());
-    return allGood ? 0 : 1;
+    return ok ? 0 : 1;
 }

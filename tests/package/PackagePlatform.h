@@ -4,8 +4,9 @@
 #include "../support/TestSupport.h"
 #include <string>
 
-/// Extra cmake arguments for configuring the consumer project.
-std::string consumerCMakeArguments();
+/// Extra cmake arguments for configuring the consumer project against the
+/// package installed in `prefix`.
+std::string consumerCMakeArguments(const std::string& prefix);
 /// The shell command that runs the consumer program `program` (its name
 /// without a suffix) against the library installed in `prefix`; its output
 /// has plain "\n" line ends.

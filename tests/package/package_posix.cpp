@@ -1,6 +1,6 @@
 #include "PackagePlatform.h"
 
-std::string consumerCMakeArguments() {
+std::string consumerCMakeArguments(const std::string&) {
     return "";
 }
 

@@ -54,10 +54,11 @@ TEST(Package, InstallsAndBuildsAConsumer) {
                                                   "find_package(tmain REQUIRED)\n"
                                                   "add_executable(consumer main.cpp)\n"
                                                   "target_link_libraries(consumer PRIVATE tmain::tmain)\n");
-    outputOf("cmake -S " + quote(src) + " -B " + quote(dir.file("cbuild")) + " " + consumerCMakeArguments() +
-             " -DCMAKE_PREFIX_PATH=" + quote(prefix) + " -DCMAKE_CXX_COMPILER=" + quote(TMAIN_CXX_COMPILER) +
-             " -DCMAKE_CXX_FLAGS=" + quote(flags) + " -DCMAKE_EXE_LINKER_FLAGS=" + quote(flags) +
-             " 2>&1 && cmake --build " + quote(dir.file("cbuild")) + " 2>&1");
+    outputOf("cmake -S " + quote(src) + " -B " + quote(dir.file("cbuild")) + " " +
+             consumerCMakeArguments(prefix) + " -DCMAKE_PREFIX_PATH=" + quote(prefix) +
+             " -DCMAKE_CXX_COMPILER=" + quote(TMAIN_CXX_COMPILER) + " -DCMAKE_CXX_FLAGS=" + quote(flags) +
+             " -DCMAKE_EXE_LINKER_FLAGS=" + quote(flags) + " 2>&1 && cmake --build " +
+             quote(dir.file("cbuild")) + " 2>&1");
     const std::string expected = "15 pkg a9993e364706816aba3e25717850c26c9cd0d89d\n";
     EXPECT_EQ(expected, outputOf(consumerCommand(prefix, dir.file("cbuild/consumer"))));
 

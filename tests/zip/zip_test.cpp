@@ -233,7 +233,7 @@ TEST_F(ZipTest, NamesLeavingTheArchiveAreNeitherListedNorResolved) {
     FilePtr copied(out.copy(top, FileSystem::COPY_OVERWRITE | FileSystem::COPY_DEEP, nullptr));
     Paths written;
     for (auto& e : fs::recursive_directory_iterator(tmp.file("out")))
-        written.insert(e.path().string().substr(tmp.file("out").size()));
+        written.insert(e.path().generic_string().substr(tmp.file("out").size()));
     EXPECT_EQ(Paths({"/inside", "/inside/ok", "/inside/ok/fine.txt"}), written);
     FilePtr fine(zfs.lookup("ok/fine.txt"));
     std::string local = fine->getLocalPath();
