@@ -2,8 +2,8 @@
 # Builds the Windows dependencies of tmain with mingw-w64, without the internet
 # beyond Debian's own archive: Jansson and minizip from their Debian source
 # packages (apt-get source), GoogleTest from the googletest package's sources
-# in /usr/src/googletest. zlib comes from libz-mingw-w64-dev, GLM's headers
-# from libglm-dev. Everything is
+# in /usr/src/googletest. zlib comes from libz-mingw-w64-dev, the headers of
+# GLM and CLI11 from libglm-dev and libcli11-dev. Everything is
 # static and installed under build-win-deps/<arch> (lib/, include/ and
 # lib/pkgconfig/); a finished architecture is not built again.
 #
@@ -16,7 +16,7 @@ ROOT="$(cd "$(dirname "$0")/.." && pwd)"
 PREFIX="$ROOT/build-win-deps/$ARCH"
 WORK="$ROOT/build-win-deps/src"
 TRIPLE="$ARCH-w64-mingw32"
-STAMP="$PREFIX/.complete-2"
+STAMP="$PREFIX/.complete-3"
 [ -f "$STAMP" ] && exit 0
 
 JOBS="$(nproc 2>/dev/null || echo 2)"
@@ -93,6 +93,9 @@ EOF
 # every target.
 rm -rf "$PREFIX/include/glm"
 cp -r /usr/include/glm "$PREFIX/include/glm"
+# CLI11, the command-line tool's argument parser, is header-only too (libcli11-dev).
+rm -rf "$PREFIX/include/CLI"
+cp -r /usr/include/CLI "$PREFIX/include/CLI"
 
 # GoogleTest from the googletest package's sources.
 cmake_build /usr/src/googletest gtest -Dgtest_disable_pthreads=OFF -DINSTALL_GTEST=ON -DBUILD_GMOCK=ON

@@ -23,7 +23,7 @@ started=$(date +%s)
 # ---------------------------------------------------------------- x86_64 under wine
 bash scripts/build-win-deps.sh x86_64
 cmake -S . -B build-win64 -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-x86_64.cmake -DCMAKE_BUILD_TYPE=Release \
-  -DTMAIN_BUILD_EXAMPLES=OFF -DTMAIN_BUILD_TESTS=ON -DTMAIN_LINUX_BUILD_DIR="$LINUX_BUILD" >/dev/null
+  -DTMAIN_BUILD_EXAMPLES=ON -DTMAIN_BUILD_TESTS=ON -DTMAIN_LINUX_BUILD_DIR="$LINUX_BUILD" >/dev/null
 cmake --build build-win64 -j "$JOBS"
 
 # One prefix for every suite, made before they start in parallel.
@@ -38,10 +38,28 @@ if [ ! -f "$WINEPREFIX/system.reg" ]; then
 fi
 (cd build-win64 && ctest --output-on-failure -j "$JOBS")
 
+# The command-line tool under wine: local commands, exact output, exit codes.
+tool() { bash scripts/wine-run.sh build-win64/tmain.exe "$@" 2>&1 | tr -d '\r'; }
+expect() { # expected-output command...
+  local want="$1" got
+  shift
+  got="$(tool "$@")"
+  [ "$got" = "$want" ] || { echo "test-windows: 'tmain $*' printed '$got', expected '$want'" >&2; exit 1; }
+}
+expect "tmain $(sed -n 's/^project(tmain VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)" --version
+expect "7" eval "1+2*x" x=3
+printf '{"b":[1,2],"a":"x"}' >build-win64/tool-smoke.json
+tool json --check build-win64/tool-smoke.json >/dev/null || { echo "test-windows: tmain json --check failed" >&2; exit 1; }
+if tool cat build-win64/no-such-file >/dev/null; then
+  echo "test-windows: tmain cat of a missing file succeeded" >&2
+  exit 1
+fi
+echo "test-windows: the command-line tool runs under wine"
+
 # ---------------------------------------------------------------- i686 DLL and package
 bash scripts/build-win-deps.sh i686
 cmake -S . -B build-win32 -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-i686.cmake -DCMAKE_BUILD_TYPE=Release \
-  -DTMAIN_BUILD_EXAMPLES=OFF -DTMAIN_BUILD_TESTS=OFF -DCMAKE_INSTALL_PREFIX="$ROOT/build-win32/install" >/dev/null
+  -DTMAIN_BUILD_EXAMPLES=ON -DTMAIN_BUILD_TESTS=OFF -DCMAKE_INSTALL_PREFIX="$ROOT/build-win32/install" >/dev/null
 cmake --build build-win32 -j "$JOBS"
 rm -rf build-win32/install
 cmake --install build-win32 >/dev/null
