@@ -47,7 +47,7 @@ while IFS= read -r header; do
   grep -q "${#name}${name}" <<<"$exports" || missing+=("$name")
 done < <(cd "$PREFIX/include" && find tmain -name '*.h' | sort)
 # Headers of free functions: one function of each stands for the header.
-for fn in hashlittle2 base64_encode decodeURL toUTF8 nearestPowerOfTwo; do
+for fn in hashlittle2 base64_encode decodeURL toUTF8 nearestPowerOfTwo tstrptime; do
   checked=$((checked + 1))
   grep -q "${#fn}${fn}" <<<"$exports" || grep -qx "_\?${fn}" <<<"$exports" || missing+=("$fn")
 done

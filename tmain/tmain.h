@@ -33,6 +33,7 @@
 #include <tmain/foundation/StringTokenizer.h>
 #include <tmain/foundation/StringUtil.h>
 #include <tmain/foundation/Thread.h>
+#include <tmain/foundation/TimeParse.h>
 #include <tmain/foundation/Timer.h>
 #include <tmain/foundation/Type.h>
 #include <tmain/foundation/URLEncode.h>
