@@ -1,6 +1,6 @@
 // URL splitting for POSIX systems. It follows what the Windows splitter
 // reports for the same text, so both platforms choose the same file system.
-#include <tmain/vfs/URLComponents.h>
+#include <tmain/vfs/detail/URLSplit.h>
 
 #include <cctype>
 #include <cstdlib>
@@ -24,40 +24,9 @@ unsigned short defaultPort(const std::string& scheme) {
     return 0;
 }
 
-bool isLocalPath(const char* url) {
-    if (url[0] == '/' || url[0] == '\\' || url[0] == '.')
-        return true;
-    // A drive letter: "C:\dir" or "C:/dir".
-    if (isalpha((unsigned char)url[0]) && url[1] == ':' && (url[2] == '\\' || url[2] == '/' || url[2] == 0))
-        return true;
-    return false;
-}
-
 } // namespace
 
-bool URLComponents::crack(const char* url, URLComponents& out) {
-    out = URLComponents();
-    if (!url || !*url)
-        return false;
-    if (isLocalPath(url)) {
-        out.scheme = "file";
-        out.path = url;
-        return true;
-    }
-    const char* colon = strchr(url, ':');
-    // A scheme is letters, digits, '+', '-' or '.', starting with a letter.
-    bool schemeOk = colon && colon > url && isalpha((unsigned char)url[0]);
-    for (const char* p = url; schemeOk && p < colon; ++p)
-        if (!isalnum((unsigned char)*p) && *p != '+' && *p != '-' && *p != '.')
-            schemeOk = false;
-    if (!schemeOk) {
-        // No scheme at all: a relative local path.
-        if (colon)
-            return false;
-        out.scheme = "file";
-        out.path = url;
-        return true;
-    }
+bool detail::crackSchemeURL(const char* url, const char* colon, URLComponents& out) {
     out.scheme.assign(url, (size_t)(colon - url));
     const char* rest = colon + 1;
     out.port = defaultPort(out.scheme);

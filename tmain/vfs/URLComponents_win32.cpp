@@ -1,8 +1,8 @@
-// URL splitting with WinINet's InternetCrackUrlA. Local paths never reach it
-// (it knows no scheme for them), and the few texts it is lenient with (a port
-// out of range, a scheme that starts with a digit) are refused as they are on
-// every platform.
-#include <tmain/vfs/URLComponents.h>
+// URL splitting with WinINet's InternetCrackUrlA, for URLs with a scheme (local
+// paths, which it knows no scheme for, are told apart in URLComponents.cpp).
+// The few texts it is lenient with (a port out of range, a scheme that starts
+// with a digit) are refused as they are on every platform.
+#include <tmain/vfs/detail/URLSplit.h>
 
 #include <windows.h>
 #include <wininet.h>
@@ -16,14 +16,6 @@ namespace tarso {
 namespace vfs {
 
 namespace {
-
-bool isLocalPath(const char* url) {
-    if (url[0] == '/' || url[0] == '\\' || url[0] == '.')
-        return true;
-    // A drive letter: "C:\dir" or "C:/dir".
-    return isalpha((unsigned char)url[0]) && url[1] == ':' &&
-           (url[2] == '\\' || url[2] == '/' || url[2] == 0);
-}
 
 bool hasServer(const std::string& scheme) {
     return _stricmp(scheme.c_str(), "http") == 0 || _stricmp(scheme.c_str(), "https") == 0 ||
@@ -59,29 +51,7 @@ bool explicitPort(const char* authority, unsigned short& port) {
 
 } // namespace
 
-bool URLComponents::crack(const char* url, URLComponents& out) {
-    out = URLComponents();
-    if (!url || !*url)
-        return false;
-    if (isLocalPath(url)) {
-        out.scheme = "file";
-        out.path = url;
-        return true;
-    }
-    const char* colon = strchr(url, ':');
-    // A scheme is letters, digits, '+', '-' or '.', starting with a letter.
-    bool schemeOk = colon && colon > url && isalpha((unsigned char)url[0]);
-    for (const char* p = url; schemeOk && p < colon; ++p)
-        if (!isalnum((unsigned char)*p) && *p != '+' && *p != '-' && *p != '.')
-            schemeOk = false;
-    if (!schemeOk) {
-        // No scheme at all: a relative local path.
-        if (colon)
-            return false;
-        out.scheme = "file";
-        out.path = url;
-        return true;
-    }
+bool detail::crackSchemeURL(const char* url, const char* colon, URLComponents& out) {
     const bool authority = strncmp(colon + 1, "//", 2) == 0;
     unsigned short port = 0;
     if (authority && !explicitPort(colon + 3, port))
