@@ -36,6 +36,16 @@ if [ ! -f "$WINEPREFIX/system.reg" ]; then
   "$(command -v wineserver || echo /usr/lib/wine/wineserver64)" -w
   [ -f "$WINEPREFIX/system.reg" ] || { echo "test-windows: wine could not create $WINEPREFIX" >&2; exit 1; }
 fi
+# One wine server for the whole run: left to itself it exits a few seconds
+# after the last program ends, and a program starting just then fails with
+# "a wine server seems to be running, but I cannot connect to it".
+# Its background services (winedevice) start here too, away from the pipes
+# of the suites' output, which they would otherwise hold open.
+WINESERVER="$(command -v wineserver || echo /usr/lib/wine/wineserver64)"
+"$WINESERVER" -p
+trap '"$WINESERVER" -k >/dev/null 2>&1 || true' EXIT
+WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d" \
+  "$(command -v wine || command -v wine64)" cmd /c exit </dev/null >/dev/null 2>&1 || true
 (cd build-win64 && ctest --output-on-failure -j "$JOBS")
 
 # The command-line tool under wine: local commands, exact output, exit codes.
